@@ -1,0 +1,1246 @@
+#include "DBManager.h"
+
+#include <sqlite3.h>
+
+#include <QFileInfo>
+#include <QHash>
+#include <QPair>
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "SchemaMigrator.h"
+#include "SqlLiteralParameterizer.h"
+#include "SqliteStatement.h"
+#include "StatementCache.h"
+#include "UnicodeSqlFunctions.h"
+
+namespace {
+
+constexpr int logLevelNotice = 3;
+constexpr int logLevelError = 5;
+constexpr int statementCacheCapacity = 128;
+constexpr int busyTimeoutMs = 5000;
+constexpr quint32 articlesApplicationId = 0x414D4152;  // "AMAR"
+constexpr quint32 receiptsApplicationId = 0x414D5243;  // "AMRC"
+
+std::atomic<DBManager::LogHandler> logHandler{nullptr};
+
+void logMessage(int level, const QString& text) {
+    DBManager::LogHandler handler = logHandler.load();
+    if (handler) {
+        handler(level, text);
+    } else {
+        std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+    }
+}
+
+QString quoteIdentifier(const QString& name) {
+    QString quoted = name;
+    quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));
+    return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+eDBOperationResult resultFor(int rc) {
+    switch (rc & 0xff) {
+        case SQLITE_OK:
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+            return DB_OPERATION_SUCCESS;
+        case SQLITE_CONSTRAINT:
+            return DB_OPERATION_CONSTRAINT;
+        default:
+            return DB_OPERATION_ERROR;
+    }
+}
+
+const SchemaMigrator* migratorFor(DBManager::eSchema schema) {
+    static const SchemaMigrator articles(QStringLiteral(":/articledb/schema/articles"),
+                                         articlesApplicationId);
+    static const SchemaMigrator receipts(QStringLiteral(":/articledb/schema/receipts"),
+                                         receiptsApplicationId);
+    switch (schema) {
+        case DBManager::SCHEMA_ARTICLES:
+            return &articles;
+        case DBManager::SCHEMA_RECEIPTS:
+            return &receipts;
+        case DBManager::SCHEMA_NONE:
+        default:
+            return nullptr;
+    }
+}
+
+QString escapeLikePattern(const QString& text) {
+    QString escaped;
+    escaped.reserve(text.size() + 4);
+    for (const QChar c : text) {
+        if (c == QLatin1Char('%') || c == QLatin1Char('_') || c == QLatin1Char('\\')) {
+            escaped.append(QLatin1Char('\\'));
+        }
+        escaped.append(c);
+    }
+    return escaped;
+}
+
+bool sameColumns(const DBTable* table, const QVector<DBTable::ColumnInfo>& columns) {
+    if (table->GetColumns().size() != columns.size()) {
+        return false;
+    }
+    for (int i = 0; i < columns.size(); ++i) {
+        const DBColumn* column = table->GetColumns()[i];
+        if (column->GetName() != columns[i].name || column->GetType() != columns[i].declaredType ||
+            column->IsNotNull() != columns[i].notNull ||
+            column->GetDefaultValue() != columns[i].defaultValue ||
+            column->GetPrimaryKeyPosition() != columns[i].primaryKeyPosition) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+class DBManager::Private {
+public:
+    // Pins a cached statement for one use and resets it afterwards.
+    class Lease {
+    public:
+        Lease(StatementCache& cache, SqliteStatement* statement)
+            : cache(cache), statement(statement) {}
+        ~Lease() { cache.Release(statement); }
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+    private:
+        StatementCache& cache;
+        SqliteStatement* statement;
+    };
+
+    // A write made of several statements: BEGIN IMMEDIATE, or a savepoint inside an open
+    // transaction. Rolls back unless committed.
+    class WriteScope {
+    public:
+        explicit WriteScope(Private& owner) : owner(owner) {}
+        ~WriteScope() {
+            if (active) {
+                owner.exec(savepoint ? "ROLLBACK TO dbmanager_write; RELEASE dbmanager_write"
+                                     : "ROLLBACK");
+            }
+        }
+        WriteScope(const WriteScope&) = delete;
+        WriteScope& operator=(const WriteScope&) = delete;
+
+        int Begin() {
+            savepoint = sqlite3_get_autocommit(owner.connection) == 0;
+            const int rc = owner.exec(savepoint ? "SAVEPOINT dbmanager_write" : "BEGIN IMMEDIATE");
+            active = rc == SQLITE_OK;
+            return rc;
+        }
+        int Commit() {
+            const int rc = owner.exec(savepoint ? "RELEASE dbmanager_write" : "COMMIT");
+            if (rc == SQLITE_OK) {
+                active = false;
+            }
+            return rc;
+        }
+
+    private:
+        Private& owner;
+        bool active = false;
+        bool savepoint = false;
+    };
+
+    Private(const QString& fileName, eSchema schema) : fileName(fileName), schema(schema) {}
+
+    int exec(const char* sql) { return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr); }
+
+    eDBOperationResult fail(const char* operation, int rc, const QString& sql = QString()) {
+        lastError = connection ? QString::fromUtf8(sqlite3_errmsg(connection))
+                               : QString::fromUtf8(sqlite3_errstr(rc));
+        QString text =
+            QStringLiteral("DBManager::%1() on %2: %3")
+                .arg(QLatin1String(operation), QFileInfo(fileName).fileName(), lastError);
+        if (!sql.isEmpty()) {
+            text += QStringLiteral(" [") + sql + QLatin1Char(']');
+        }
+        logMessage(logLevelError, text);
+        const eDBOperationResult result = resultFor(rc);
+        return result == DB_OPERATION_SUCCESS ? DB_OPERATION_ERROR : result;
+    }
+
+    eDBOperationResult refuse(const char* operation, eDBOperationResult code, const QString& why) {
+        lastError = why;
+        logMessage(logLevelError,
+                   QStringLiteral("DBManager::%1() on %2: %3")
+                       .arg(QLatin1String(operation), QFileInfo(fileName).fileName(), why));
+        return code;
+    }
+
+    bool checkOpen(const char* operation, eDBOperationResult& rc) {
+        if (connection) {
+            return true;
+        }
+        rc = refuse(operation, DB_OPERATION_NOT_INITIALIZED,
+                    QStringLiteral("the database is not open"));
+        return false;
+    }
+
+    bool writeAllowed(const char* operation, eDBOperationResult& rc) {
+        if (!writeOnlyInTransaction || inTransaction) {
+            return true;
+        }
+        rc = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                    QStringLiteral("writes are allowed only inside a transaction"));
+        return false;
+    }
+
+    // Reads the live schema again when it changed since it was last described. Descriptions of
+    // unchanged tables are kept, so pointers handed out stay the same.
+    void refreshTables() const {
+        qint64 version = -1;
+        {
+            int rc = 0;
+            bool multiple = false;
+            SqliteStatement* statement =
+                cache.Acquire(QStringLiteral("PRAGMA schema_version"), rc, multiple);
+            if (!statement) {
+                return;
+            }
+            Lease lease(cache, statement);
+            if (sqlite3_step(statement->Handle()) == SQLITE_ROW) {
+                version = sqlite3_column_int64(statement->Handle(), 0);
+            }
+        }
+        if (version < 0 || version == describedSchemaVersion) {
+            return;
+        }
+        QStringList names;
+        {
+            sqlite3_stmt* list = nullptr;
+            if (sqlite3_prepare_v2(connection,
+                                   "SELECT name FROM sqlite_master WHERE type = 'table' AND "
+                                   "substr(name, 1, 7) != 'sqlite_' ORDER BY name",
+                                   -1, &list, nullptr) != SQLITE_OK) {
+                sqlite3_finalize(list);
+                return;
+            }
+            while (sqlite3_step(list) == SQLITE_ROW) {
+                names.append(
+                    QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list, 0))));
+            }
+            sqlite3_finalize(list);
+        }
+        QHash<QString, DBTable*> fresh;
+        sqlite3_stmt* info = nullptr;
+        if (sqlite3_prepare_v2(connection,
+                               "SELECT name, type, \"notnull\", dflt_value, pk "
+                               "FROM pragma_table_info(?1)",
+                               -1, &info, nullptr) != SQLITE_OK) {
+            sqlite3_finalize(info);
+            return;
+        }
+        for (const QString& name : names) {
+            const QByteArray utf8 = name.toUtf8();
+            sqlite3_bind_text(info, 1, utf8.constData(), utf8.size(), SQLITE_TRANSIENT);
+            QVector<DBTable::ColumnInfo> columns;
+            while (sqlite3_step(info) == SQLITE_ROW) {
+                auto text = [info](int column) {
+                    const unsigned char* value = sqlite3_column_text(info, column);
+                    return value ? QString::fromUtf8(reinterpret_cast<const char*>(value))
+                                 : QString();
+                };
+                columns.append(DBTable::ColumnInfo{text(0), text(1),
+                                                   sqlite3_column_int(info, 2) != 0, text(3),
+                                                   sqlite3_column_int(info, 4)});
+            }
+            sqlite3_reset(info);
+            DBTable* known = tables.value(name, nullptr);
+            if (known && sameColumns(known, columns)) {
+                fresh.insert(name, known);
+            } else {
+                describedTables.push_back(std::make_unique<DBTable>(name, columns));
+                fresh.insert(name, describedTables.back().get());
+            }
+        }
+        sqlite3_finalize(info);
+        tables = fresh;
+        describedSchemaVersion = version;
+    }
+
+    // The current description of a table, read from the schema when not known yet.
+    DBTable* describe(const QString& name) const {
+        DBTable* table = tables.value(name, nullptr);
+        if (!table) {
+            refreshTables();
+            table = tables.value(name, nullptr);
+            if (!table) {
+                for (auto it = tables.cbegin(); it != tables.cend(); ++it) {
+                    if (it.key().compare(name, Qt::CaseInsensitive) == 0) {
+                        return it.value();
+                    }
+                }
+            }
+        }
+        return table;
+    }
+
+    SqliteStatement* prepare(const char* operation, const QString& sql,
+                             eDBOperationResult& result) {
+        int rc = SQLITE_OK;
+        bool multiple = false;
+        SqliteStatement* statement = cache.Acquire(sql, rc, multiple);
+        if (statement) {
+            return statement;
+        }
+        if (multiple) {
+            result = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                            QStringLiteral("the text holds more than one statement [") + sql +
+                                QLatin1Char(']'));
+        } else if (rc == SQLITE_MISUSE && sqlite3_errcode(connection) == SQLITE_OK) {
+            result = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                            QStringLiteral("the text holds no statement"));
+        } else {
+            result = fail(operation, rc, sql);
+        }
+        return nullptr;
+    }
+
+    // Checks every field of a row names a column of `table` and appends them as conditions
+    // joined by AND. Returns false (with `result` set) for an unusable row.
+    bool appendConditions(const char* operation, const DBRow* row, const DBTable* table, bool like,
+                          QString& sql, QVector<QVariant>& values, eDBOperationResult& result) {
+        bool first = true;
+        for (const DBField* field : row->GetFields()) {
+            const DBColumn* column = table->GetColumn(field->GetColumnName());
+            if (!column) {
+                result = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                QStringLiteral("no such column: %1 in table %2")
+                                    .arg(field->GetColumnName(), table->GetName()));
+                return false;
+            }
+            sql += first ? QStringLiteral(" WHERE ") : QStringLiteral(" AND ");
+            first = false;
+            sql += quoteIdentifier(column->GetName());
+            if (!field->GetValue().isValid()) {
+                sql += QStringLiteral(" IS NULL");
+            } else {
+                sql += like ? QStringLiteral(" LIKE ?") : QStringLiteral(" = ?");
+                values.append(field->GetValue());
+            }
+        }
+        return true;
+    }
+
+    // The table a row was built on, as currently described, and a check that the row's fields
+    // all name its columns.
+    const DBTable* rowTable(const char* operation, const DBRow* row, eDBOperationResult& result) {
+        if (!row || !row->GetTable()) {
+            result = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                            QStringLiteral("the row belongs to no table"));
+            return nullptr;
+        }
+        const DBTable* table = describe(row->GetTable()->GetName());
+        if (!table) {
+            result = refuse(operation, DB_OPERATION_ERROR,
+                            QStringLiteral("no such table: ") + row->GetTable()->GetName());
+            return nullptr;
+        }
+        for (const DBField* field : row->GetFields()) {
+            if (!table->GetColumn(field->GetColumnName())) {
+                result = refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                QStringLiteral("no such column: %1 in table %2")
+                                    .arg(field->GetColumnName(), table->GetName()));
+                return nullptr;
+            }
+        }
+        return table;
+    }
+
+    // Runs a statement that returns rows into DBRows of `table` (columns found by name; a column
+    // the table does not have keeps its name only).
+    eDBOperationResult readRows(const char* operation, const QString& sql,
+                                const QVector<QVariant>& values, const DBTable* table,
+                                QSharedPointer<DBData>& result) {
+        eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+        SqliteStatement* statement = prepare(operation, sql, outcome);
+        if (!statement) {
+            return outcome;
+        }
+        Lease lease(cache, statement);
+        int rc = statement->BindAll(values);
+        if (rc != SQLITE_OK) {
+            return fail(operation, rc, sql);
+        }
+        const int columnCount = statement->ColumnCount();
+        QVector<const DBColumn*> columns(columnCount, nullptr);
+        QVector<QString> names(columnCount);
+        for (int i = 0; i < columnCount; ++i) {
+            names[i] = statement->ColumnName(i);
+            if (table) {
+                const QVector<const DBColumn*>& known = table->GetColumns();
+                columns[i] = (i < known.size() && known[i]->GetName() == names[i])
+                                 ? known[i]
+                                 : table->GetColumn(names[i]);
+            }
+        }
+        QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+        while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+            auto* row = new DBRow(table);
+            for (int i = 0; i < columnCount; ++i) {
+                row->AppendField(columns[i] ? new DBField(columns[i], statement->ColumnValue(i))
+                                            : new DBField(names[i], statement->ColumnValue(i)));
+            }
+            rows->AppendRow(row);
+        }
+        if (rc != SQLITE_DONE) {
+            return fail(operation, rc, sql);
+        }
+        result = rows;
+        return DB_OPERATION_SUCCESS;
+    }
+
+    // Runs a statement that returns one value.
+    eDBOperationResult readValue(const char* operation, const QString& sql,
+                                 const QVector<QVariant>& values, QVariant& value) {
+        eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+        SqliteStatement* statement = prepare(operation, sql, outcome);
+        if (!statement) {
+            return outcome;
+        }
+        Lease lease(cache, statement);
+        int rc = statement->BindAll(values);
+        if (rc != SQLITE_OK) {
+            return fail(operation, rc, sql);
+        }
+        rc = sqlite3_step(statement->Handle());
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
+            return fail(operation, rc, sql);
+        }
+        value = rc == SQLITE_ROW ? statement->ColumnValue(0) : QVariant();
+        return DB_OPERATION_SUCCESS;
+    }
+
+    // Runs a statement that returns no rows; `changes` receives the rows it changed.
+    eDBOperationResult write(const char* operation, const QString& sql,
+                             const QVector<QVariant>& values, int* changes = nullptr) {
+        eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+        SqliteStatement* statement = prepare(operation, sql, outcome);
+        if (!statement) {
+            return outcome;
+        }
+        Lease lease(cache, statement);
+        int rc = statement->BindAll(values);
+        if (rc != SQLITE_OK) {
+            return fail(operation, rc, sql);
+        }
+        while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+        }
+        if (rc != SQLITE_DONE) {
+            return fail(operation, rc, sql);
+        }
+        if (changes) {
+            *changes = sqlite3_changes(connection);
+        }
+        return DB_OPERATION_SUCCESS;
+    }
+
+    // A statement over a table with an optional condition text; literals in the condition
+    // become parameters so that the statement is compiled once for every value.
+    static QString withCondition(const QString& head, const QString& where,
+                                 QVector<QVariant>& values) {
+        if (where.trimmed().isEmpty()) {
+            return head;
+        }
+        const SqlLiteralParameterizer::Result fragment =
+            SqlLiteralParameterizer::ParameterizeFragment(where);
+        values += fragment.values;
+        return head + QStringLiteral(" WHERE ") + fragment.text;
+    }
+
+    void closeNow() {
+        if (!connection) {
+            return;
+        }
+        if (inTransaction) {
+            exec("ROLLBACK");
+            inTransaction = false;
+            mutex.unlock();  // the level BeginTransaction kept
+        }
+        cache.Clear();
+        sqlite3_close_v2(connection);
+        connection = nullptr;
+        tables.clear();
+        describedSchemaVersion = -1;
+        state = STATE_CLOSED;
+    }
+
+    void notifyObservers(const QString& sql) {
+        QVector<QPair<int, StatementObserver>> copy;
+        {
+            std::lock_guard<std::mutex> lock(observerMutex);
+            copy = observers;
+        }
+        for (const auto& observer : copy) {
+            observer.second(sql);
+        }
+    }
+
+    QString fileName;
+    eSchema schema;
+    sqlite3* connection = nullptr;
+    mutable std::recursive_mutex mutex;
+    std::atomic<int> state{STATE_CREATED};
+    mutable StatementCache cache{statementCacheCapacity};
+    mutable QHash<QString, DBTable*> tables;
+    // Every description handed out, kept until close so that pointers stay valid.
+    mutable std::vector<std::unique_ptr<DBTable>> describedTables;
+    mutable qint64 describedSchemaVersion = -1;
+    int schemaVersion = 0;
+    bool writeOnlyInTransaction = false;
+    bool inTransaction = false;
+    std::thread::id transactionOwner;
+    int keepOpen = 0;
+    bool closePending = false;
+    QString lastError;
+    std::mutex observerMutex;
+    QVector<QPair<int, StatementObserver>> observers;
+    int nextObserverId = 1;
+};
+
+DBManager::DBManager(const QString& fileName, eSchema schema)
+    : d(std::make_unique<Private>(fileName, schema)) {
+    if (qEnvironmentVariableIntValue("ARTICLEDB_TRACE_SQL") != 0) {
+        AddStatementObserver(
+            [](const QString& sql) { logMessage(logLevelNotice, QStringLiteral("SQL: ") + sql); });
+    }
+}
+
+DBManager::~DBManager() {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    d->closeNow();
+}
+
+eDBOperationResult DBManager::Open() {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (d->connection) {
+        return DB_OPERATION_SUCCESS;
+    }
+    const QByteArray path = d->fileName.toUtf8();
+    int rc =
+        sqlite3_open_v2(path.constData(), &d->connection,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    auto abandon = [this](int code, const QString& why) {
+        const QString reason =
+            why.isEmpty() ? (d->connection ? QString::fromUtf8(sqlite3_errmsg(d->connection))
+                                           : QString::fromUtf8(sqlite3_errstr(code)))
+                          : why;
+        d->lastError = reason;
+        logMessage(logLevelError, QStringLiteral("DBManager::Open() on %1: %2")
+                                      .arg(QFileInfo(d->fileName).fileName(), reason));
+        d->cache.SetConnection(nullptr);
+        sqlite3_close_v2(d->connection);
+        d->connection = nullptr;
+        d->state = STATE_FAILED;
+        const eDBOperationResult result = resultFor(code);
+        return result == DB_OPERATION_SUCCESS ? DB_OPERATION_ERROR : result;
+    };
+    if (rc != SQLITE_OK) {
+        return abandon(rc, QString());
+    }
+    sqlite3_extended_result_codes(d->connection, 1);
+    // Double quotes name identifiers only: a misspelt column must never become a text value.
+    sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    sqlite3_busy_timeout(d->connection, busyTimeoutMs);
+    // Reading the schema first tells a file that is not a database before anything is written.
+    rc = d->exec("PRAGMA schema_version");
+    if (rc == SQLITE_OK) {
+        rc = d->exec("PRAGMA journal_mode = WAL");
+    }
+    if (rc == SQLITE_OK) {
+        rc = d->exec("PRAGMA synchronous = FULL");
+    }
+    if (rc == SQLITE_OK) {
+        rc = UnicodeSqlFunctions::Register(d->connection);
+    }
+    if (rc != SQLITE_OK) {
+        return abandon(rc, QString());
+    }
+    if (const SchemaMigrator* migrator = migratorFor(d->schema)) {
+        QString error;
+        rc = migrator->Migrate(d->connection, error);
+        if (rc != SQLITE_OK) {
+            return abandon(rc, error);
+        }
+    }
+    d->cache.SetConnection(d->connection);
+    QVariant version;
+    d->readValue("Open", QStringLiteral("PRAGMA user_version"), {}, version);
+    d->schemaVersion = version.toInt();
+    d->refreshTables();
+    d->state = STATE_OPEN;
+    return DB_OPERATION_SUCCESS;
+}
+
+void DBManager::Close() {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (d->keepOpen > 0) {
+        d->closePending = true;
+        return;
+    }
+    d->closeNow();
+}
+
+int DBManager::GetState() const {
+    return d->state.load();
+}
+
+bool DBManager::IsOpen() const {
+    return d->state.load() == STATE_OPEN;
+}
+
+const QString& DBManager::GetFileName() const {
+    return d->fileName;
+}
+
+DBManager::eSchema DBManager::GetSchema() const {
+    return d->schema;
+}
+
+int DBManager::GetSchemaVersion() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    return d->schemaVersion;
+}
+
+int DBManager::LatestSchemaVersion(eSchema schema) {
+    const SchemaMigrator* migrator = migratorFor(schema);
+    return migrator ? migrator->LatestVersion() : 0;
+}
+
+QString DBManager::GetLastError() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    return d->lastError;
+}
+
+DBTable* DBManager::GetTable(const QString& name) const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (!d->connection) {
+        return nullptr;
+    }
+    d->refreshTables();
+    return d->describe(name);
+}
+
+eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMode mode,
+                                   QSharedPointer<DBData>& result, bool like, const QString& order,
+                                   int limit) {
+    static const char* const operation = "Load";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    if (!query || query->RowCount() != 1) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("the query must hold exactly one row"));
+    }
+    const DBTable* table = d->rowTable(operation, query->GetRow(0), outcome);
+    if (!table) {
+        return outcome;
+    }
+    QString sql = QStringLiteral("SELECT * FROM ") + quoteIdentifier(table->GetName());
+    QVector<QVariant> values;
+    if (!d->appendConditions(operation, query->GetRow(0), table, like, sql, values, outcome)) {
+        return outcome;
+    }
+    if (!order.trimmed().isEmpty()) {
+        sql += QStringLiteral(" ORDER BY ") + order;
+    } else if (mode == LOAD_MODE_BY_EXAMPLE) {
+        QStringList key;
+        for (const DBColumn* column : table->GetPrimaryKey()) {
+            key.append(quoteIdentifier(column->GetName()));
+        }
+        sql += QStringLiteral(" ORDER BY ") +
+               (key.isEmpty() ? QStringLiteral("rowid") : key.join(QStringLiteral(", ")));
+    }
+    if (limit > 0) {
+        sql += QStringLiteral(" LIMIT ?");
+        values.append(limit);
+    }
+    return d->readRows(operation, sql, values, table, result);
+}
+
+eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
+                                   const QString& where, QSharedPointer<DBData>& result) {
+    static const char* const operation = "Load";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    QStringList selected;
+    for (const QString& column : columns) {
+        selected.append(quoteIdentifier(column));
+    }
+    QVector<QVariant> values;
+    const QString sql = Private::withCondition(
+        QStringLiteral("SELECT ") +
+            (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
+            QStringLiteral(" FROM ") + quoteIdentifier(table),
+        where, values);
+    return d->readRows(operation, sql, values, d->describe(table), result);
+}
+
+eDBOperationResult DBManager::LoadAll(const QString& table, QSharedPointer<DBData>& result) {
+    static const char* const operation = "LoadAll";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    return d->readRows(operation, QStringLiteral("SELECT * FROM ") + quoteIdentifier(table), {},
+                       d->describe(table), result);
+}
+
+eDBOperationResult DBManager::LoadPrefix(const QString& table, const QString& column,
+                                         const QString& prefix, QSharedPointer<DBData>& result,
+                                         const QString& orderColumn, bool ignoreCase) {
+    static const char* const operation = "LoadPrefix";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    const DBTable* described = d->describe(table);
+    QString sql = QStringLiteral("SELECT * FROM ") + quoteIdentifier(table);
+    QVector<QVariant> values;
+    if (ignoreCase) {
+        sql += QStringLiteral(" WHERE ") + quoteIdentifier(column) +
+               QStringLiteral(" LIKE ? ESCAPE '\\'");
+        values.append(escapeLikePattern(prefix) + QLatin1Char('%'));
+    } else {
+        sql += QStringLiteral(" WHERE substr(") + quoteIdentifier(column) +
+               QStringLiteral(", 1, ?) = ?");
+        values.append(prefix.size());
+        values.append(prefix);
+    }
+    if (!orderColumn.isEmpty()) {
+        sql += QStringLiteral(" ORDER BY ") + quoteIdentifier(orderColumn);
+    }
+    return d->readRows(operation, sql, values, described, result);
+}
+
+eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* result) {
+    static const char* const operation = "Execute";
+    d->notifyObservers(sql);
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    const SqlLiteralParameterizer::Result parameterized =
+        SqlLiteralParameterizer::Parameterize(sql);
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* statement = d->cache.Acquire(parameterized.text, rc, multiple);
+    QVector<QVariant> values = parameterized.values;
+    if (!statement && !multiple && parameterized.changed) {
+        // Quoted text where SQLite allows no value (e.g. an alias): take the text as written.
+        bool verbatimMultiple = false;
+        int verbatimRc = SQLITE_OK;
+        statement = d->cache.Acquire(sql, verbatimRc, verbatimMultiple);
+        values.clear();
+        multiple = verbatimMultiple;
+    }
+    if (!statement) {
+        if (multiple) {
+            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                             QStringLiteral("the text holds more than one statement [") + sql +
+                                 QLatin1Char(']'));
+        }
+        if (rc == SQLITE_MISUSE && sqlite3_errcode(d->connection) == SQLITE_OK) {
+            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                             QStringLiteral("the text holds no statement"));
+        }
+        return d->fail(operation, rc, sql);
+    }
+    Private::Lease lease(d->cache, statement);
+    if (!statement->IsReadOnly() && !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    rc = statement->BindAll(values);
+    if (rc != SQLITE_OK) {
+        return d->fail(operation, rc, sql);
+    }
+    DBDirectQueryResult rows;
+    const int columnCount = statement->ColumnCount();
+    if (result) {
+        QVector<QString> names(columnCount);
+        for (int i = 0; i < columnCount; ++i) {
+            names[i] = statement->ColumnName(i);
+        }
+        rows.SetColumnNames(names);
+    }
+    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+        if (result) {
+            QVector<QVariant> row(columnCount);
+            for (int i = 0; i < columnCount; ++i) {
+                row[i] = statement->ColumnValue(i);
+            }
+            rows.AppendRow(row);
+        }
+    }
+    if (rc != SQLITE_DONE) {
+        return d->fail(operation, rc, sql);
+    }
+    if (result) {
+        *result = rows;
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
+    static const char* const operation = "Insert";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    if (!rows || rows->IsEmpty()) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("there is no row to insert"));
+    }
+    Private::WriteScope scope(*d);
+    if (rows->RowCount() > 1) {
+        const int rc = scope.Begin();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    for (const DBRow* row : *rows) {
+        const DBTable* table = d->rowTable(operation, row, outcome);
+        if (!table) {
+            return outcome;
+        }
+        if (row->GetTable()->GetName() != rows->GetRow(0)->GetTable()->GetName()) {
+            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                             QStringLiteral("all rows of one insert must belong to one table"));
+        }
+        QString sql = QStringLiteral("INSERT INTO ") + quoteIdentifier(table->GetName());
+        QVector<QVariant> values;
+        if (row->FieldCount() == 0) {
+            sql += QStringLiteral(" DEFAULT VALUES");
+        } else {
+            QStringList names;
+            QStringList placeholders;
+            QStringList updates;
+            int keyColumnsGiven = 0;
+            for (const DBField* field : row->GetFields()) {
+                const DBColumn* column = table->GetColumn(field->GetColumnName());
+                const QString name = quoteIdentifier(column->GetName());
+                names.append(name);
+                placeholders.append(QStringLiteral("?"));
+                values.append(field->GetValue());
+                if (column->IsPrimaryKey()) {
+                    ++keyColumnsGiven;
+                } else {
+                    updates.append(name + QStringLiteral(" = excluded.") + name);
+                }
+            }
+            sql += QStringLiteral(" (") + names.join(QStringLiteral(", ")) +
+                   QStringLiteral(") VALUES (") + placeholders.join(QStringLiteral(", ")) +
+                   QLatin1Char(')');
+            const QVector<const DBColumn*>& key = table->GetPrimaryKey();
+            if (!key.isEmpty() && keyColumnsGiven == key.size()) {
+                // An upsert on the key only: other unique constraints still refuse the row.
+                QStringList keyNames;
+                for (const DBColumn* column : key) {
+                    keyNames.append(quoteIdentifier(column->GetName()));
+                }
+                sql += QStringLiteral(" ON CONFLICT (") + keyNames.join(QStringLiteral(", ")) +
+                       QStringLiteral(") DO ") +
+                       (updates.isEmpty()
+                            ? QStringLiteral("NOTHING")
+                            : QStringLiteral("UPDATE SET ") + updates.join(QStringLiteral(", ")));
+            }
+        }
+        outcome = d->write(operation, sql, values);
+        if (outcome != DB_OPERATION_SUCCESS) {
+            return outcome;
+        }
+    }
+    if (rows->RowCount() > 1) {
+        const int rc = scope.Commit();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
+    static const char* const operation = "Update";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    if (!rows || rows->IsEmpty()) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("there is no row to update"));
+    }
+    Private::WriteScope scope(*d);
+    if (rows->RowCount() > 1) {
+        const int rc = scope.Begin();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    for (const DBRow* row : *rows) {
+        const DBTable* table = d->rowTable(operation, row, outcome);
+        if (!table) {
+            return outcome;
+        }
+        if (table->GetPrimaryKey().isEmpty()) {
+            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                             QStringLiteral("table %1 has no primary key").arg(table->GetName()));
+        }
+        QStringList assignments;
+        QVector<QVariant> values;
+        for (const DBField* field : row->GetFields()) {
+            const DBColumn* column = table->GetColumn(field->GetColumnName());
+            if (!column->IsPrimaryKey()) {
+                assignments.append(quoteIdentifier(column->GetName()) + QStringLiteral(" = ?"));
+                values.append(field->GetValue());
+            }
+        }
+        QStringList keyConditions;
+        for (const DBColumn* key : table->GetPrimaryKey()) {
+            const DBField* field = row->GetField(key->GetName());
+            if (!field) {
+                return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                 QStringLiteral("the row lacks the key column %1 of table %2")
+                                     .arg(key->GetName(), table->GetName()));
+            }
+            keyConditions.append(quoteIdentifier(key->GetName()) + QStringLiteral(" = ?"));
+            values.append(field->GetValue());
+        }
+        if (assignments.isEmpty()) {
+            continue;
+        }
+        const QString sql = QStringLiteral("UPDATE ") + quoteIdentifier(table->GetName()) +
+                            QStringLiteral(" SET ") + assignments.join(QStringLiteral(", ")) +
+                            QStringLiteral(" WHERE ") + keyConditions.join(QStringLiteral(" AND "));
+        int changes = 0;
+        outcome = d->write(operation, sql, values, &changes);
+        if (outcome != DB_OPERATION_SUCCESS) {
+            return outcome;
+        }
+        if (changes == 0) {
+            return d->refuse(
+                operation, DB_OPERATION_NOT_FOUND,
+                QStringLiteral("no record of table %1 has the given key").arg(table->GetName()));
+        }
+    }
+    if (rows->RowCount() > 1) {
+        const int rc = scope.Commit();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& key,
+                                     const QSharedPointer<DBData>& values) {
+    static const char* const operation = "Update";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    if (!key || key->RowCount() != 1 || !values || values->RowCount() != 1 ||
+        key->GetRow(0)->FieldCount() == 0 || values->GetRow(0)->FieldCount() == 0) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("an update needs one key row and one row of values, "
+                                        "neither empty"));
+    }
+    const DBTable* table = d->rowTable(operation, values->GetRow(0), outcome);
+    if (!table || !d->rowTable(operation, key->GetRow(0), outcome)) {
+        return outcome;
+    }
+    QStringList assignments;
+    QVector<QVariant> parameters;
+    for (const DBField* field : values->GetRow(0)->GetFields()) {
+        assignments.append(quoteIdentifier(table->GetColumn(field->GetColumnName())->GetName()) +
+                           QStringLiteral(" = ?"));
+        parameters.append(field->GetValue());
+    }
+    QString sql = QStringLiteral("UPDATE ") + quoteIdentifier(table->GetName()) +
+                  QStringLiteral(" SET ") + assignments.join(QStringLiteral(", "));
+    if (!d->appendConditions(operation, key->GetRow(0), table, false, sql, parameters, outcome)) {
+        return outcome;
+    }
+    return d->write(operation, sql, parameters);
+}
+
+eDBOperationResult DBManager::Delete(const QSharedPointer<DBData>& where) {
+    static const char* const operation = "Delete";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    if (!where || where->IsEmpty()) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("there is no row to delete"));
+    }
+    Private::WriteScope scope(*d);
+    if (where->RowCount() > 1) {
+        const int rc = scope.Begin();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    for (const DBRow* row : *where) {
+        const DBTable* table = d->rowTable(operation, row, outcome);
+        if (!table) {
+            return outcome;
+        }
+        if (row->FieldCount() == 0) {
+            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                             QStringLiteral("a delete without conditions is refused; "
+                                            "ClearTable empties a table"));
+        }
+        QString sql = QStringLiteral("DELETE FROM ") + quoteIdentifier(table->GetName());
+        QVector<QVariant> values;
+        if (!d->appendConditions(operation, row, table, false, sql, values, outcome)) {
+            return outcome;
+        }
+        outcome = d->write(operation, sql, values);
+        if (outcome != DB_OPERATION_SUCCESS) {
+            return outcome;
+        }
+    }
+    if (where->RowCount() > 1) {
+        const int rc = scope.Commit();
+        if (rc != SQLITE_OK) {
+            return d->fail(operation, rc);
+        }
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult DBManager::ClearTable(const QString& table) {
+    static const char* const operation = "ClearTable";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
+        return outcome;
+    }
+    return d->write(operation, QStringLiteral("DELETE FROM ") + quoteIdentifier(table), {});
+}
+
+eDBOperationResult DBManager::Count(const QString& table, unsigned long& count) {
+    static const char* const operation = "Count";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    QVariant value;
+    outcome = d->readValue(
+        operation, QStringLiteral("SELECT COUNT(*) FROM ") + quoteIdentifier(table), {}, value);
+    if (outcome == DB_OPERATION_SUCCESS) {
+        count = static_cast<unsigned long>(value.toULongLong());
+    }
+    return outcome;
+}
+
+eDBOperationResult DBManager::CountInRange(const QString& table, const QString& where,
+                                           unsigned int& count) {
+    static const char* const operation = "CountInRange";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    QVector<QVariant> values;
+    const QString sql = Private::withCondition(
+        QStringLiteral("SELECT COUNT(*) FROM ") + quoteIdentifier(table), where, values);
+    QVariant value;
+    outcome = d->readValue(operation, sql, values, value);
+    if (outcome == DB_OPERATION_SUCCESS) {
+        count = value.toUInt();
+    }
+    return outcome;
+}
+
+eDBOperationResult DBManager::MaxValue(const QString& table, const QString& column,
+                                       const QString& where, QVariant& value) {
+    static const char* const operation = "MaxValue";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    QVector<QVariant> values;
+    const QString sql =
+        Private::withCondition(QStringLiteral("SELECT MAX(") + quoteIdentifier(column) +
+                                   QStringLiteral(") FROM ") + quoteIdentifier(table),
+                               where, values);
+    return d->readValue(operation, sql, values, value);
+}
+
+eDBOperationResult DBManager::MinValue(const QString& table, const QString& column,
+                                       const QString& where, QVariant& value) {
+    static const char* const operation = "MinValue";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    QVector<QVariant> values;
+    const QString sql =
+        Private::withCondition(QStringLiteral("SELECT MIN(") + quoteIdentifier(column) +
+                                   QStringLiteral(") FROM ") + quoteIdentifier(table),
+                               where, values);
+    return d->readValue(operation, sql, values, value);
+}
+
+eDBOperationResult DBManager::MinUnusedValue(const QString& table, const QString& column,
+                                             QVariant& value) {
+    static const char* const operation = "MinUnusedValue";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    const QString t = quoteIdentifier(table);
+    const QString c = quoteIdentifier(column);
+    const QString sql =
+        QStringLiteral(
+            "SELECT 1 WHERE NOT EXISTS (SELECT 1 FROM %1 WHERE %2 = 1) "
+            "UNION ALL "
+            "SELECT MIN(a.%2) + 1 FROM %1 AS a WHERE typeof(a.%2) = 'integer' "
+            "AND a.%2 >= 1 AND NOT EXISTS (SELECT 1 FROM %1 AS b WHERE b.%2 = a.%2 + 1) "
+            "LIMIT 1")
+            .arg(t, c);
+    return d->readValue(operation, sql, {}, value);
+}
+
+void DBManager::SetWriteOnlyInTransaction(bool on) {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    d->writeOnlyInTransaction = on;
+}
+
+bool DBManager::IsWriteOnlyInTransaction() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    return d->writeOnlyInTransaction;
+}
+
+eDBOperationResult DBManager::BeginTransaction() {
+    static const char* const operation = "BeginTransaction";
+    d->mutex.lock();  // kept until the transaction ends
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        d->mutex.unlock();
+        return outcome;
+    }
+    if (d->inTransaction) {
+        d->mutex.unlock();
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("a transaction is already open"));
+    }
+    const int rc = d->exec("BEGIN IMMEDIATE");
+    if (rc != SQLITE_OK) {
+        outcome = d->fail(operation, rc);
+        d->mutex.unlock();
+        return outcome;
+    }
+    d->inTransaction = true;
+    d->transactionOwner = std::this_thread::get_id();
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult DBManager::CommitTransaction() {
+    static const char* const operation = "CommitTransaction";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (!d->inTransaction || d->transactionOwner != std::this_thread::get_id()) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("no transaction of this thread is open"));
+    }
+    int rc = d->exec("COMMIT");
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (rc != SQLITE_OK) {
+        outcome = d->fail(operation, rc);
+        d->exec("ROLLBACK");
+    }
+    d->inTransaction = false;
+    d->mutex.unlock();
+    return outcome;
+}
+
+eDBOperationResult DBManager::RollbackTransaction() {
+    static const char* const operation = "RollbackTransaction";
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (!d->inTransaction || d->transactionOwner != std::this_thread::get_id()) {
+        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("no transaction of this thread is open"));
+    }
+    const int rc = d->exec("ROLLBACK");
+    d->inTransaction = false;
+    d->mutex.unlock();
+    return rc == SQLITE_OK ? DB_OPERATION_SUCCESS : d->fail(operation, rc);
+}
+
+bool DBManager::IsInTransaction() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    return d->inTransaction;
+}
+
+quint64 DBManager::GetDataVersion() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (!d->connection) {
+        return 0;
+    }
+    unsigned int version = 0;
+    sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
+    return version;
+}
+
+int DBManager::AddStatementObserver(const StatementObserver& observer) {
+    std::lock_guard<std::mutex> lock(d->observerMutex);
+    const int id = d->nextObserverId++;
+    d->observers.append(qMakePair(id, observer));
+    return id;
+}
+
+void DBManager::RemoveStatementObserver(int id) {
+    std::lock_guard<std::mutex> lock(d->observerMutex);
+    for (int i = 0; i < d->observers.size(); ++i) {
+        if (d->observers[i].first == id) {
+            d->observers.remove(i);
+            return;
+        }
+    }
+}
+
+void DBManager::SetLogHandler(LogHandler handler) {
+    logHandler.store(handler);
+}
+
+void DBManager::AcquireKeepOpen() {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    ++d->keepOpen;
+}
+
+void DBManager::ReleaseKeepOpen() {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (d->keepOpen > 0 && --d->keepOpen == 0 && d->closePending) {
+        d->closePending = false;
+        d->closeNow();
+    }
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QString>
+#include <QVector>
+#include <memory>
+#include <vector>
+
+#include "DBColumn.h"
+#include "DataBaseManagerGlobal.h"
+
+// The description of one table, read from the live schema. Obtained from
+// DBManager::GetTable, owned by the DBManager and valid until it is closed. Immutable: when
+// the schema changes the manager describes the table anew and keeps this object alive.
+class DATABASEMANAGER_EXPORT DBTable {
+public:
+    struct ColumnInfo {
+        QString name;
+        QString declaredType;
+        bool notNull;
+        QString defaultValue;
+        int primaryKeyPosition;
+    };
+
+    DBTable(const QString& name, const QVector<ColumnInfo>& columns);
+    ~DBTable();
+
+    DBTable(const DBTable&) = delete;
+    DBTable& operator=(const DBTable&) = delete;
+
+    const QString& GetName() const { return name; }
+    // The column of that name (exact match first, then ignoring ASCII case as SQLite does),
+    // or null when the table has none.
+    const DBColumn* GetColumn(const QString& name) const;
+    // All columns in table order.
+    const QVector<const DBColumn*>& GetColumns() const { return columnList; }
+    // The columns of the declared primary key, in key order; empty when the table has none.
+    const QVector<const DBColumn*>& GetPrimaryKey() const { return primaryKey; }
+
+private:
+    QString name;
+    std::vector<std::unique_ptr<DBColumn>> columns;
+    QVector<const DBColumn*> columnList;
+    QVector<const DBColumn*> primaryKey;
+};

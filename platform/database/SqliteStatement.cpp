@@ -1,0 +1,113 @@
+#include "SqliteStatement.h"
+
+#include <sqlite3.h>
+
+#include <QDate>
+#include <QDateTime>
+#include <limits>
+
+SqliteStatement::SqliteStatement(sqlite3_stmt* statement, const QString& text)
+    : statement(statement), text(text) {}
+
+SqliteStatement::~SqliteStatement() {
+    sqlite3_finalize(statement);
+}
+
+bool SqliteStatement::IsReadOnly() const {
+    return sqlite3_stmt_readonly(statement) != 0;
+}
+
+int SqliteStatement::BindAll(const QVector<QVariant>& values) {
+    for (int i = 0; i < values.size(); ++i) {
+        const int rc = Bind(i + 1, values[i]);
+        if (rc != SQLITE_OK) {
+            return rc;
+        }
+    }
+    return SQLITE_OK;
+}
+
+int SqliteStatement::Bind(int index, const QVariant& value) {
+    if (!value.isValid()) {
+        return sqlite3_bind_null(statement, index);
+    }
+    switch (static_cast<QMetaType::Type>(value.userType())) {
+        case QMetaType::Bool:
+            return sqlite3_bind_int(statement, index, value.toBool() ? 1 : 0);
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::Short:
+        case QMetaType::UShort:
+        case QMetaType::Char:
+        case QMetaType::SChar:
+        case QMetaType::UChar:
+        case QMetaType::Long:
+        case QMetaType::ULong:
+            return sqlite3_bind_int64(statement, index, value.toLongLong());
+        case QMetaType::ULongLong: {
+            const qulonglong number = value.toULongLong();
+            if (number > static_cast<qulonglong>(std::numeric_limits<qint64>::max())) {
+                const QByteArray digits = QByteArray::number(number);
+                return sqlite3_bind_text(statement, index, digits.constData(), digits.size(),
+                                         SQLITE_TRANSIENT);
+            }
+            return sqlite3_bind_int64(statement, index, static_cast<qint64>(number));
+        }
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return sqlite3_bind_double(statement, index, value.toDouble());
+        case QMetaType::QByteArray: {
+            const QByteArray bytes = value.toByteArray();
+            return sqlite3_bind_blob(statement, index, bytes.constData(), bytes.size(),
+                                     SQLITE_TRANSIENT);
+        }
+        case QMetaType::QDateTime:
+        case QMetaType::QDate:
+        case QMetaType::QTime:
+        case QMetaType::QString:
+        default: {
+            if (!value.canConvert<QString>()) {
+                return sqlite3_bind_null(statement, index);
+            }
+            // A null QString is still a text value: bind it as "" so NOT NULL columns accept it.
+            const QByteArray utf8 = value.toString().toUtf8();
+            return sqlite3_bind_text(statement, index, utf8.constData(), utf8.size(),
+                                     SQLITE_TRANSIENT);
+        }
+    }
+}
+
+void SqliteStatement::Reset() {
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+}
+
+QVariant SqliteStatement::ColumnValue(int column) const {
+    switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_INTEGER:
+            return QVariant(static_cast<qlonglong>(sqlite3_column_int64(statement, column)));
+        case SQLITE_FLOAT:
+            return QVariant(sqlite3_column_double(statement, column));
+        case SQLITE_TEXT: {
+            const char* text =
+                reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+            return QVariant(QString::fromUtf8(text, sqlite3_column_bytes(statement, column)));
+        }
+        case SQLITE_BLOB: {
+            const char* data = static_cast<const char*>(sqlite3_column_blob(statement, column));
+            return QVariant(QByteArray(data, sqlite3_column_bytes(statement, column)));
+        }
+        case SQLITE_NULL:
+        default:
+            return QVariant();
+    }
+}
+
+int SqliteStatement::ColumnCount() const {
+    return sqlite3_column_count(statement);
+}
+
+QString SqliteStatement::ColumnName(int column) const {
+    return QString::fromUtf8(sqlite3_column_name(statement, column));
+}

@@ -1,0 +1,105 @@
+#include "StatementCache.h"
+
+#include <sqlite3.h>
+
+StatementCache::StatementCache(int capacity) : capacity(capacity) {}
+
+StatementCache::~StatementCache() {
+    Clear();
+}
+
+void StatementCache::SetConnection(sqlite3* newConnection) {
+    Clear();
+    connection = newConnection;
+}
+
+SqliteStatement* StatementCache::Acquire(const QString& text, int& rc, bool& multiple) {
+    multiple = false;
+    auto found = index.find(text);
+    if (found != index.end()) {
+        entries.splice(entries.begin(), entries, found.value());
+        Entry& entry = entries.front();
+        ++entry.pins;
+        rc = SQLITE_OK;
+        return entry.statement.get();
+    }
+    if (!connection) {
+        rc = SQLITE_MISUSE;
+        return nullptr;
+    }
+    const QByteArray utf8 = text.toUtf8();
+    sqlite3_stmt* handle = nullptr;
+    const char* tail = nullptr;
+    rc = sqlite3_prepare_v3(connection, utf8.constData(), utf8.size() + 1,
+                            SQLITE_PREPARE_PERSISTENT, &handle, &tail);
+    if (rc != SQLITE_OK) {
+        sqlite3_finalize(handle);
+        return nullptr;
+    }
+    if (!handle) {
+        rc = SQLITE_MISUSE;
+        return nullptr;
+    }
+    if (tail && !IsOnlyTrivia(tail)) {
+        sqlite3_finalize(handle);
+        multiple = true;
+        rc = SQLITE_MISUSE;
+        return nullptr;
+    }
+    evictIfFull();
+    entries.push_front(Entry{std::make_unique<SqliteStatement>(handle, text), 1});
+    index.insert(text, entries.begin());
+    return entries.front().statement.get();
+}
+
+void StatementCache::Release(SqliteStatement* statement) {
+    if (!statement) {
+        return;
+    }
+    statement->Reset();
+    auto found = index.find(statement->Text());
+    if (found != index.end() && found.value()->pins > 0) {
+        --found.value()->pins;
+    }
+}
+
+void StatementCache::Clear() {
+    index.clear();
+    entries.clear();
+}
+
+void StatementCache::evictIfFull() {
+    for (auto it = entries.end();
+         static_cast<int>(entries.size()) >= capacity && it != entries.begin();) {
+        --it;
+        if (it->pins == 0) {
+            index.remove(it->statement->Text());
+            it = entries.erase(it);
+        }
+    }
+}
+
+bool StatementCache::IsOnlyTrivia(const char* tail) {
+    const char* p = tail;
+    while (*p) {
+        if (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r' || *p == '\f' || *p == '\v' ||
+            *p == ';') {
+            ++p;
+        } else if (p[0] == '-' && p[1] == '-') {
+            while (*p && *p != '\n') {
+                ++p;
+            }
+        } else if (p[0] == '/' && p[1] == '*') {
+            p += 2;
+            while (*p && !(p[0] == '*' && p[1] == '/')) {
+                ++p;
+            }
+            if (*p) {
+                p += 2;
+            }
+        } else {
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+#include <list>
+#include <memory>
+
+#include "SqliteStatement.h"
+
+struct sqlite3;
+
+// Prepared statements of one connection, compiled once per distinct text and kept in
+// least-recently-used order. Not thread-safe: the owning DBManager serialises access.
+class StatementCache {
+public:
+    explicit StatementCache(int capacity);
+    ~StatementCache();
+
+    StatementCache(const StatementCache&) = delete;
+    StatementCache& operator=(const StatementCache&) = delete;
+
+    void SetConnection(sqlite3* connection);
+
+    // The compiled statement for `text`, pinned until Release(). On failure returns null with
+    // `rc` holding the SQLite result code; `multiple` is set when the text holds more than one
+    // statement (nothing is compiled then). A text holding no statement gives SQLITE_MISUSE.
+    SqliteStatement* Acquire(const QString& text, int& rc, bool& multiple);
+    // Resets the statement and allows it to be evicted again.
+    void Release(SqliteStatement* statement);
+    // Finalises every statement; none may be pinned.
+    void Clear();
+    int Size() const { return static_cast<int>(entries.size()); }
+
+    // True when `tail` holds nothing but blanks, semicolons and comments.
+    static bool IsOnlyTrivia(const char* tail);
+
+private:
+    struct Entry {
+        std::unique_ptr<SqliteStatement> statement;
+        int pins = 0;
+    };
+    using EntryList = std::list<Entry>;
+
+    void evictIfFull();
+
+    sqlite3* connection = nullptr;
+    int capacity;
+    EntryList entries;  // most recently used first
+    QHash<QString, EntryList::iterator> index;
+};

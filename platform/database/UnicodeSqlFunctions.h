@@ -1,0 +1,13 @@
+#pragma once
+
+struct sqlite3;
+
+// Replaces SQLite's ASCII-only like(), upper() and lower() on a connection with versions that
+// fold every Unicode letter, so that the statements the library builds ("UPPER(art_name)",
+// "... like ...") work for Polish names. Only the connection changes, never the file: other
+// programs can still open the database with plain SQLite.
+class UnicodeSqlFunctions {
+public:
+    // Returns an SQLite result code.
+    static int Register(sqlite3* connection);
+};

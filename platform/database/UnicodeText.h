@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QString>
+#include <QVector>
+
+// Case-insensitive text matching that folds every Unicode letter, not only ASCII: the
+// register's users type "żółty" and expect "ŻÓŁTY SER". Works on UTF-8 as SQLite stores it.
+class UnicodeText {
+public:
+    // A LIKE pattern compiled once: folded code points and wildcards.
+    class LikePattern {
+    public:
+        // `escape` is the ESCAPE character, 0 for none.
+        LikePattern(const char* utf8, int bytes, uint escape);
+        // The SQL LIKE semantics: % any run, _ any one character, the rest compared folded.
+        bool Matches(const char* utf8, int bytes) const;
+        // Literal characters and "_" the text must at least hold.
+        int MinimumLength() const { return minimumLength; }
+
+    private:
+        QVector<int> tokens;  // >= 0 folded code point, anyRun or anyOne
+        int minimumLength = 0;
+    };
+
+    static constexpr int anyRun = -1;
+    static constexpr int anyOne = -2;
+
+    // The case fold of one code point (simple folding).
+    static uint Fold(uint codePoint);
+    // Decodes the code point at `*p` and advances; an invalid byte decodes to itself with the
+    // top bit set so that it only ever equals the same byte.
+    static uint DecodeUtf8(const unsigned char*& p, const unsigned char* end);
+    // Upper and lower case of a whole text (full mapping, e.g. "ß" becomes "SS").
+    static QByteArray Upper(const char* utf8, int bytes);
+    static QByteArray Lower(const char* utf8, int bytes);
+};
