@@ -1,0 +1,5 @@
+#include "LogAppender.h"
+
+LogAppender::LogAppender(int threshold) : threshold(threshold) {}
+
+LogAppender::~LogAppender() = default;

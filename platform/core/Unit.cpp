@@ -1,0 +1,3 @@
+#include "Unit.h"
+
+Unit::Unit(unsigned int id, const QString& name) : AbstractDatabaseBasicRecord(id), name(name) {}
