@@ -1,0 +1,5 @@
+#include "SpecialBarcodePrefix.h"
+
+SpecialBarcodePrefix::SpecialBarcodePrefix(unsigned int id, const QString& prefix,
+                                           SpecialBarcodeSubjectType type)
+    : AbstractDatabaseBasicRecord(id), prefix(prefix), type(type) {}

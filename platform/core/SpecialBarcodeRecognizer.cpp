@@ -1,0 +1,125 @@
+#include "SpecialBarcodeRecognizer.h"
+
+#include <algorithm>
+
+#include "DBManager.h"
+#include "Globals.h"
+
+namespace {
+
+const QString prefixTable = QStringLiteral("SpecialBarcodePrefixes");
+const QString prefixColumn = QStringLiteral("prefix");
+const QString kindColumn = QStringLiteral("weight_or_price");
+
+constexpr int ean13Length = 13;
+constexpr int articlePartLength = 7;
+constexpr int valueLength = 5;
+
+bool allDigits(const QString& text) {
+    for (const QChar c : text) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+SpecialBarcodeRecognizer::SpecialBarcodeRecognizer() : fixedDb(nullptr) {}
+
+SpecialBarcodeRecognizer::SpecialBarcodeRecognizer(DBManager* db) : fixedDb(db) {}
+
+SpecialBarcodeRecognizer::~SpecialBarcodeRecognizer() = default;
+
+int SpecialBarcodeRecognizer::Ean13CheckDigit(const QString& digits) {
+    if (digits.size() != ean13Length - 1 || !allDigits(digits)) {
+        return -1;
+    }
+    int sum = 0;
+    for (int i = 0; i < digits.size(); ++i) {
+        const int digit = digits[i].unicode() - '0';
+        sum += (i % 2 == 0) ? digit : 3 * digit;
+    }
+    return (10 - sum % 10) % 10;
+}
+
+bool SpecialBarcodeRecognizer::IsValidEan13(const QString& code) {
+    if (code.size() != ean13Length) {
+        return false;
+    }
+    const int check = Ean13CheckDigit(code.left(ean13Length - 1));
+    return check >= 0 && code[ean13Length - 1] == QLatin1Char(static_cast<char>('0' + check));
+}
+
+bool SpecialBarcodeRecognizer::getArticleBarcode(QString scanned, QString& out) {
+    SpecialBarcodeReading reading;
+    if (!Read(scanned, reading)) {
+        return false;
+    }
+    out = reading.articleBarcode;
+    return true;
+}
+
+bool SpecialBarcodeRecognizer::Read(const QString& scanned, SpecialBarcodeReading& reading) {
+    if (!IsValidEan13(scanned)) {
+        return false;
+    }
+    Prefix prefix;
+    if (!findPrefix(scanned, prefix)) {
+        return false;
+    }
+    const QString articlePart =
+        scanned.left(articlePartLength) + QString(valueLength, QLatin1Char('0'));
+    reading.articleBarcode = articlePart + QString::number(Ean13CheckDigit(articlePart));
+    reading.prefix = prefix.first;
+    reading.type = prefix.second;
+    reading.value = scanned.mid(articlePartLength, valueLength).toUInt();
+    return true;
+}
+
+bool SpecialBarcodeRecognizer::findPrefix(const QString& code, Prefix& found) {
+    DBManager* db = fixedDb ? fixedDb : G::dbArticles;
+    std::lock_guard<std::mutex> lock(mutex);
+    reloadIfChanged(db);
+    for (const Prefix& prefix : prefixes) {
+        if (code.startsWith(prefix.first)) {
+            found = prefix;
+            return true;
+        }
+    }
+    return false;
+}
+
+void SpecialBarcodeRecognizer::reloadIfChanged(DBManager* db) {
+    if (!db || !db->IsOpen()) {
+        prefixes.clear();
+        loadedFrom = nullptr;
+        return;
+    }
+    const quint64 version = db->GetDataVersion();
+    if (db == loadedFrom && version == loadedVersion) {
+        return;
+    }
+    QVector<Prefix> fresh;
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    if (db->GetTable(prefixTable) && db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
+        for (const DBRow* row : *rows) {
+            const QString prefix = row->GetValue(prefixColumn).toString();
+            // A prefix is part of the 7 digits naming the article; anything else cannot match.
+            if (prefix.isEmpty() || prefix.size() > articlePartLength || !allDigits(prefix)) {
+                continue;
+            }
+            const QVariant kind = row->GetValue(kindColumn);
+            fresh.append(Prefix(prefix, kind.isNull() ? SPECIAL_BARCODE_NONE
+                                                      : (kind.toBool() ? SPECIAL_BARCODE_PRICE
+                                                                       : SPECIAL_BARCODE_WEIGHT)));
+        }
+    }
+    std::stable_sort(fresh.begin(), fresh.end(), [](const Prefix& a, const Prefix& b) {
+        return a.first.size() > b.first.size();
+    });
+    prefixes = fresh;
+    loadedFrom = db;
+    loadedVersion = version;
+}
