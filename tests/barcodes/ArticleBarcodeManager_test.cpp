@@ -1,0 +1,263 @@
+// The ArticleBarcode table: writes, duplicate check, deletes and reads.
+
+#include "ArticleBarcodeManager.h"
+#include "DatabaseFixture.h"
+#include "Logger.h"
+#include "SqlRecorder.h"
+
+namespace {
+
+class ArticleBarcodeManagerTest : public DatabaseFixture {
+protected:
+    void SetUp() override {
+        DatabaseFixture::SetUp();
+        Raw().Exec(
+            QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES "
+                           "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
+        ASSERT_TRUE(seeker.Initialize(articles.get()));
+        ASSERT_TRUE(manager.Initialize(articles.get(), &seeker));
+    }
+
+    QStringList barcodes() {
+        return Raw().Rows(
+            QStringLiteral("SELECT article_id, barcode, is_main FROM ArticleBarcode ORDER BY id"));
+    }
+
+    ArticleSeeker seeker;
+    ArticleBarcodeManager manager;
+};
+
+}  // namespace
+
+TEST_F(ArticleBarcodeManagerTest, AddsNormalisedBarcodesAndRefusesDuplicates) {
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, QStringLiteral("5901234123457"), true));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, QStringLiteral("2312345012500"), false));
+    EXPECT_EQ(QStringList({"1|5901234123457|1", "1|2312345000002|0"}), barcodes());
+    // Already on file for any article, main or additional; another label of the same scale
+    // item is the same article barcode.
+    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS,
+              manager.AddRecord(2, QStringLiteral("5901234123457"), false));
+    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS,
+              manager.AddRecord(2, QStringLiteral("2312345000019"), true));
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, manager.AddRecord(2, QString(), true));
+    EXPECT_EQ(2, Raw().Count(QStringLiteral("ArticleBarcode")));
+    EXPECT_TRUE(manager.IsRecordExist(QStringLiteral("2312345000002")));
+    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("2312345000019")));
+}
+
+TEST_F(ArticleBarcodeManagerTest, AllZeroBarcodesNeverCountAsExisting) {
+    AddBarcode(1, QStringLiteral("000"), true);
+    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("000")));
+    EXPECT_FALSE(manager.IsRecordExist(QString()));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(2, QStringLiteral("000"), true));
+    EXPECT_EQ(2, Raw().Count(QStringLiteral("ArticleBarcode")));
+}
+
+TEST_F(ArticleBarcodeManagerTest, AddsAnArticlesOwnMainBarcode) {
+    Article article;
+    article.id = 5;
+    article.mainBarcode = QStringLiteral("4006381333931");
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(article, true));
+    // Not checked: a second main barcode is the caller's business.
+    article.mainBarcode = QStringLiteral("4006381333948");
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(article, true));
+    article.id = 0;
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, manager.AddRecord(article, true));
+    article.id = 5;
+    article.mainBarcode.clear();
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, manager.AddRecord(article, true));
+    EXPECT_EQ(QStringList({"5|4006381333931|1", "5|4006381333948|1"}), barcodes());
+}
+
+TEST_F(ArticleBarcodeManagerTest, UpdatesTouchOnlyTheirKindOfRow) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    AddBarcode(2, QStringLiteral("211"), true);
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateMainBarcode(1, QStringLiteral("2712345001236")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(2, QStringLiteral("122")));
+    // Row 1 is a main barcode: the additional update leaves it.
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(1, QStringLiteral("999")));
+    EXPECT_EQ(QStringList({"1|2712345000000|1", "1|122|0", "2|211|1"}), barcodes());
+}
+
+TEST_F(ArticleBarcodeManagerTest, EachDeleteModeRemovesExactlyItsRows) {
+    auto seed = [&] {
+        Raw().Exec(QStringLiteral("DELETE FROM ArticleBarcode"));
+        AddBarcode(1, QStringLiteral("111"), true);
+        AddBarcode(1, QStringLiteral("112"), false);
+        AddBarcode(1, QStringLiteral("113"), false);
+        AddBarcode(2, QStringLiteral("211"), true);
+        AddBarcode(2, QStringLiteral("212"), false);
+    };
+    seed();
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteBarcodes(1, ADDITIONAL_BARCODES));
+    EXPECT_EQ(QStringList({"1|111|1", "2|211|1", "2|212|0"}), barcodes());
+    seed();
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteBarcodes(1, MAIN_BARCODE));
+    EXPECT_EQ(QStringList({"1|112|0", "1|113|0", "2|211|1", "2|212|0"}), barcodes());
+    seed();
+    Article article;
+    article.id = 1;
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteBarcodes(article, ALL_BARCODES));
+    EXPECT_EQ(QStringList({"2|211|1", "2|212|0"}), barcodes());
+    seed();
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteAllAdditionalBarcodes());
+    EXPECT_EQ(QStringList({"1|111|1", "2|211|1"}), barcodes());
+    seed();
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("112")));
+    // A main barcode is not deleted by its text, and that is no error.
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("111")));
+    EXPECT_EQ(QStringList({"1|111|1", "1|113|0", "2|211|1", "2|212|0"}), barcodes());
+}
+
+TEST_F(ArticleBarcodeManagerTest, LoadAppendsTheArticlesBarcodes) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(2, QStringLiteral("211"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    ArticleBarcodes list(1);
+    ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(list));
+    ASSERT_EQ(2, list.GetBarcodes().size());
+    EXPECT_EQ(Barcode(1, 1, QStringLiteral("111"), true), *list.GetBarcodes()[0]);
+    EXPECT_EQ(Barcode(3, 1, QStringLiteral("112"), false), *list.GetBarcodes()[1]);
+    ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(list));
+    EXPECT_EQ(4, list.GetBarcodes().size());
+    ArticleBarcodes none(42);
+    ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(none));
+    EXPECT_TRUE(none.GetBarcodes().isEmpty());
+}
+
+TEST_F(ArticleBarcodeManagerTest, WalkVisitsEveryAdditionalBarcodeOnce) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    AddBarcode(2, QStringLiteral("211"), true);
+    AddBarcode(2, QStringLiteral("212"), false);
+    AddBarcode(3, QStringLiteral("312"), false);
+    SqlRecorder sql(articles.get());
+    QStringList visited;
+    eDBOperationResult result = DB_OPERATION_SUCCESS;
+    for (unsigned int index = 0;; ++index) {
+        const Barcode barcode = manager.LoadBarcode(result, index);
+        if (result != DB_OPERATION_SUCCESS) {
+            EXPECT_EQ(Barcode(), barcode);
+            break;
+        }
+        EXPECT_FALSE(barcode.IsMain());
+        visited.append(
+            QStringLiteral("%1:%2").arg(barcode.GetArticleId()).arg(barcode.GetBarcode()));
+    }
+    EXPECT_EQ(DB_OPERATION_NOT_FOUND, result);
+    EXPECT_EQ(QStringList({"1:112", "2:212", "3:312"}), visited);
+    EXPECT_EQ(QStringLiteral("SELECT * FROM ArticleBarcode WHERE is_main = 0 LIMIT 1"),
+              sql.Texts().value(0));
+    EXPECT_EQ(QStringLiteral("SELECT * FROM ArticleBarcode WHERE is_main = 0 LIMIT 1 OFFSET 3"),
+              sql.Texts().value(3));
+}
+
+TEST_F(ArticleBarcodeManagerTest, BarcodeIndexIsTheRowId) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    EXPECT_EQ(1u, manager.GetBarcodeIndex(QStringLiteral("111")));
+    EXPECT_EQ(2u, manager.GetBarcodeIndex(QStringLiteral("112")));
+    EXPECT_EQ(0u, manager.GetBarcodeIndex(QStringLiteral("113")));
+}
+
+TEST_F(ArticleBarcodeManagerTest, FailuresReturn4WithTheirMessages) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    const QStringList before = barcodes();
+    for (const char* event : {"INSERT", "UPDATE", "DELETE"}) {
+        Raw().FailOn(QStringLiteral("ArticleBarcode"), QString::fromLatin1(event));
+    }
+    log->Clear();
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.AddRecord(1, QStringLiteral("113"), false));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateMainBarcode(1, QStringLiteral("114")));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateAdditionalBarcode(2, QStringLiteral("115")));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteRecord(QStringLiteral("112")));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteBarcodes(1, ALL_BARCODES));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteAllAdditionalBarcodes());
+    EXPECT_EQ(before, barcodes());
+    const QString prefix = QStringLiteral("ArticleBarcodeManager: SQL error when try to ");
+    for (const char* message :
+         {"insert article barcode to the database!", "update main article barcode in the database!",
+          "update additional article barcode in the database!",
+          "delete selected article barcode from the database!",
+          "delete article barcodes from the database!",
+          "delete all additional barcodes from the database!"}) {
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, prefix + QString::fromLatin1(message)))
+            << message;
+    }
+
+    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    log->Clear();
+    ArticleBarcodes list(1);
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.Load(list));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              prefix + QStringLiteral("insert article barcode to the database!")));
+    EXPECT_EQ(0u, manager.GetBarcodeIndex(QStringLiteral("111")));
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral("ArticleBarcodeManager Seeker: SQL error when try to find a barcode!")));
+    eDBOperationResult result = DB_OPERATION_SUCCESS;
+    EXPECT_EQ(Barcode(), manager.LoadBarcode(result, 0));
+    EXPECT_EQ(DB_OPERATION_ERROR, result);
+}
+
+TEST_F(ArticleBarcodeManagerTest, UninitialisedManagerRefusesEverything) {
+    ArticleBarcodeManager fresh;
+    Article article;
+    article.id = 1;
+    article.mainBarcode = QStringLiteral("111");
+    EXPECT_TRUE(fresh.IsRecordExist(QStringLiteral("anything")));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(1, QStringLiteral("111"), true));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(article, true));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateMainBarcode(1, QStringLiteral("1")));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateAdditionalBarcode(1, QStringLiteral("1")));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteRecord(QStringLiteral("1")));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteBarcodes(1, ALL_BARCODES));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteAllAdditionalBarcodes());
+    ArticleBarcodes list(1);
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.Load(list));
+    eDBOperationResult result = DB_OPERATION_AMBIGUOUS;
+    EXPECT_EQ(Barcode(), fresh.LoadBarcode(result, 0));
+    EXPECT_EQ(DB_OPERATION_AMBIGUOUS, result) << "left as the caller set it";
+    EXPECT_EQ(6u, fresh.GetBarcodeIndex(QStringLiteral("1")));
+    EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleBarcode")));
+}
+
+TEST_F(ArticleBarcodeManagerTest, InitializeNamesWhatIsMissing) {
+    ArticleBarcodeManager other;
+    EXPECT_FALSE(other.Initialize(nullptr, &seeker));
+    EXPECT_FALSE(other.Initialize(articles.get(), nullptr));
+    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    EXPECT_FALSE(other.Initialize(articles.get(), &seeker));
+    EXPECT_EQ(QStringList(
+                  {"ArticleBarcodeManager construction FAILED! Can not open articles DB!",
+                   "ArticleBarcodeManager construction FAILED! Can not access article seeker!",
+                   "ArticleBarcodeManager construction FAILED! Can not find article barcode table "
+                   "in DB!"}),
+              log->Texts());
+}
+
+TEST_F(ArticleBarcodeManagerTest, HostileBarcodesChangeOnlyWhatWasAsked) {
+    AddBarcode(1, QStringLiteral("111"), true);
+    AddBarcode(1, QStringLiteral("112"), false);
+    const QStringList hostile = {
+        QStringLiteral("\""),      QStringLiteral("'; DELETE FROM ArticleBarcode; --"),
+        QStringLiteral("%"),       QStringLiteral("_"),
+        QStringLiteral("barcode"), QString(10000, QLatin1Char('9')),
+        QStringLiteral("żółć")};
+    for (const QString& text : hostile) {
+        manager.DeleteRecord(text);
+        manager.GetBarcodeIndex(text);
+        manager.UpdateAdditionalBarcode(999, text);
+    }
+    EXPECT_EQ(QStringList({"1|111|1", "1|112|0"}), barcodes());
+    for (const QString& text : hostile) {
+        EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(7, text, false))
+            << text.left(20).toStdString();
+        EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS, manager.AddRecord(8, text, false));
+    }
+    EXPECT_EQ(2 + hostile.size(), Raw().Count(QStringLiteral("ArticleBarcode")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("%")));
+    EXPECT_EQ(1 + hostile.size(), Raw().Count(QStringLiteral("ArticleBarcode")));
+}

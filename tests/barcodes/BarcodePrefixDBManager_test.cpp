@@ -1,0 +1,163 @@
+// The SpecialBarcodePrefixes table and the classification of a prefix.
+
+#include "BarcodePrefixDBManager.h"
+#include "ArticleBarcodeManager.h"
+#include "DatabaseFixture.h"
+#include "Logger.h"
+#include "SqlRecorder.h"
+
+namespace {
+
+class BarcodePrefixDBManagerTest : public DatabaseFixture {
+protected:
+    void SetUp() override {
+        DatabaseFixture::SetUp();
+        ASSERT_TRUE(manager.Initialize(articles.get()));
+    }
+
+    QStringList stored() {
+        return Raw().Rows(QStringLiteral(
+            "SELECT id, prefix, weight_or_price FROM SpecialBarcodePrefixes ORDER BY id"));
+    }
+
+    static QStringList describe(const QList<SpecialBarcodePrefix*>& prefixes) {
+        QStringList described;
+        for (const SpecialBarcodePrefix* prefix : prefixes) {
+            described.append(QStringLiteral("%1|%2|%3")
+                                 .arg(prefix->GetId())
+                                 .arg(prefix->GetPrefix())
+                                 .arg(static_cast<int>(prefix->GetType())));
+        }
+        return described;
+    }
+
+    BarcodePrefixDBManager manager;
+};
+
+}  // namespace
+
+TEST_F(BarcodePrefixDBManagerTest, ResetLeavesExactlyTheFactoryRows) {
+    manager.AddPrefix(3, QStringLiteral("20"), SPECIAL_BARCODE_PRICE);
+    ASSERT_TRUE(manager.ResetTable());
+    EXPECT_EQ(QStringList({"1|27|1", "2|29|1", "6|23|0", "7|24|0"}), stored());
+}
+
+TEST_F(BarcodePrefixDBManagerTest, LoadsByKindAndAppends) {
+    ASSERT_TRUE(manager.ResetTable());
+    ASSERT_EQ(
+        0, manager.AddPrefix(SpecialBarcodePrefix(9, QStringLiteral("21"), SPECIAL_BARCODE_NONE)));
+    EXPECT_EQ(QStringList({"1|27|1", "2|29|1", "6|23|0", "7|24|0", "9|21|NULL"}), stored());
+    QList<SpecialBarcodePrefix*> all;
+    ASSERT_EQ(0, manager.LoadPrefixesByType(SPECIAL_BARCODE_NONE, all));
+    // An entry without a kind loads as kind 0.
+    EXPECT_EQ(QStringList({"1|27|1", "2|29|1", "6|23|0", "7|24|0", "9|21|0"}), describe(all));
+    QList<SpecialBarcodePrefix*> list;
+    ASSERT_EQ(0, manager.LoadPrefixesByType(SPECIAL_BARCODE_PRICE, list));
+    EXPECT_EQ(QStringList({"1|27|1", "2|29|1"}), describe(list));
+    ASSERT_EQ(0, manager.LoadPrefixesByType(SPECIAL_BARCODE_WEIGHT, list));
+    EXPECT_EQ(QStringList({"1|27|1", "2|29|1", "6|23|0", "7|24|0"}), describe(list));
+    qDeleteAll(all);
+    qDeleteAll(list);
+}
+
+TEST_F(BarcodePrefixDBManagerTest, AddReplacesTheEntryOfItsIdAndRemoveDeletesIt) {
+    ASSERT_EQ(0, manager.AddPrefix(4, QStringLiteral("28"), SPECIAL_BARCODE_WEIGHT));
+    ASSERT_EQ(0, manager.AddPrefix(4, QStringLiteral("28"), SPECIAL_BARCODE_PRICE));
+    EXPECT_EQ(QStringList({"4|28|1"}), stored());
+    ASSERT_EQ(0, manager.RemovePrefixEntry(4));
+    ASSERT_EQ(0, manager.RemovePrefixEntry(4));
+    EXPECT_TRUE(stored().isEmpty());
+}
+
+TEST_F(BarcodePrefixDBManagerTest, ClassifiesWholePrefixesWithItsStatement) {
+    ASSERT_TRUE(manager.ResetTable());
+    manager.AddPrefix(9, QStringLiteral("21"), SPECIAL_BARCODE_NONE);
+    SqlRecorder sql(articles.get());
+    SpecialBarcodeSubjectType type = SPECIAL_BARCODE_PRICE;
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("27"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_PRICE, type);
+    EXPECT_EQ(QStringList({"SELECT weight_or_price             FROM SpecialBarcodePrefixes"
+                           "                 WHERE prefix == \"27\""}),
+              sql.Texts());
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("29"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_PRICE, type);
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("23"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, type);
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("24"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, type);
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("2712345001236"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_NONE, type);
+    type = SPECIAL_BARCODE_PRICE;
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QString(), type));
+    EXPECT_EQ(SPECIAL_BARCODE_NONE, type);
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("21"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, type) << "no kind reads as false";
+    // Hostile text is compared as a value and changes nothing.
+    EXPECT_TRUE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("prefix"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_NONE, type);
+    manager.CheckSpecialBarcodeSubjectType(
+        QStringLiteral("27\"; DELETE FROM SpecialBarcodePrefixes; --"), type);
+    EXPECT_EQ(5, stored().size());
+    // A failed query is told apart only by the result.
+    Raw().Exec(QStringLiteral("DROP TABLE SpecialBarcodePrefixes"));
+    type = SPECIAL_BARCODE_PRICE;
+    EXPECT_FALSE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("27"), type));
+    EXPECT_EQ(SPECIAL_BARCODE_NONE, type);
+}
+
+TEST_F(BarcodePrefixDBManagerTest, ChangedPrefixesApplyToTheNextScan) {
+    ArticleSeeker seeker;
+    ArticleBarcodeManager barcodes;
+    ASSERT_TRUE(seeker.Initialize(articles.get()));
+    ASSERT_TRUE(barcodes.Initialize(articles.get(), &seeker));
+    SpecialBarcodeRecognizer* recognizer = barcodes.GetSpecialBarcodeRecognizer();
+    QString out;
+    EXPECT_FALSE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
+    ASSERT_TRUE(manager.ResetTable());
+    EXPECT_TRUE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
+    EXPECT_EQ(QStringLiteral("2712345000000"), out);
+    ASSERT_EQ(0, manager.RemovePrefixEntry(1));
+    EXPECT_FALSE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
+}
+
+TEST_F(BarcodePrefixDBManagerTest, FailuresAndMissingInitialisation) {
+    BarcodePrefixDBManager fresh;
+    QList<SpecialBarcodePrefix*> list;
+    EXPECT_EQ(6, fresh.AddPrefix(1, QStringLiteral("27"), SPECIAL_BARCODE_PRICE));
+    EXPECT_EQ(6, fresh.RemovePrefixEntry(1));
+    EXPECT_EQ(6, fresh.LoadPrefixesByType(SPECIAL_BARCODE_NONE, list));
+    EXPECT_FALSE(fresh.Initialize(nullptr));
+    EXPECT_TRUE(log->IsEmpty());
+
+    ASSERT_TRUE(manager.ResetTable());
+    for (const char* event : {"INSERT", "DELETE"}) {
+        Raw().FailOn(QStringLiteral("SpecialBarcodePrefixes"), QString::fromLatin1(event));
+    }
+    log->Clear();
+    EXPECT_EQ(4, manager.AddPrefix(3, QStringLiteral("20"), SPECIAL_BARCODE_PRICE));
+    EXPECT_EQ(4, manager.RemovePrefixEntry(1));
+    EXPECT_FALSE(manager.ResetTable());
+    EXPECT_EQ(
+        QStringList(
+            {"BarcodePrefixDBManager: SQL error when try to insert barcode prefix to database!",
+             "BarcodePrefixDBManager::RemovePrefixEntry(): SQL error when deleting prefix entry.",
+             "BarcodePrefixDBManager::ResetTable(): error while clearing table."}),
+        log->Texts().filter(QStringLiteral("BarcodePrefixDBManager")));
+    EXPECT_EQ(4, stored().size());
+
+    Raw().Exec(QStringLiteral("DROP TABLE SpecialBarcodePrefixes"));
+    log->Clear();
+    EXPECT_EQ(4, manager.LoadPrefixesByType(SPECIAL_BARCODE_PRICE, list));
+    EXPECT_TRUE(list.isEmpty());
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral(
+            "BarcodePrefixDBManager: SQL error when try to load barcode prefixes data!")));
+    BarcodePrefixDBManager late;
+    EXPECT_FALSE(late.Initialize(articles.get()));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              QStringLiteral("BarcodePrefixDBManager::Initialize()! Can not find "
+                                             "special barcode prefixes table in database.")));
+    // Without its table the reset clears nothing and adds nothing.
+    EXPECT_FALSE(late.ResetTable());
+}

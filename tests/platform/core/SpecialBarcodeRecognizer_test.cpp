@@ -1,0 +1,112 @@
+// Recognition of in-store labels printed by scales.
+
+#include "SpecialBarcodeRecognizer.h"
+#include "DatabaseFixture.h"
+#include "Globals.h"
+
+namespace {
+
+class SpecialBarcodeRecognizerTest : public DatabaseFixture {
+protected:
+    void SetUp() override {
+        DatabaseFixture::SetUp();
+        Raw().Exec(
+            QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES "
+                           "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
+    }
+
+    // The 12 digits followed by their check digit.
+    static QString ean13(const QString& twelve) {
+        return twelve + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(twelve));
+    }
+
+    SpecialBarcodeRecognizer recognizer;
+};
+
+}  // namespace
+
+TEST_F(SpecialBarcodeRecognizerTest, CheckDigitFollowsEan13) {
+    EXPECT_EQ(7, SpecialBarcodeRecognizer::Ean13CheckDigit(QStringLiteral("590123412345")));
+    EXPECT_TRUE(SpecialBarcodeRecognizer::IsValidEan13(QStringLiteral("5901234123457")));
+    EXPECT_FALSE(SpecialBarcodeRecognizer::IsValidEan13(QStringLiteral("5901234123458")));
+    EXPECT_FALSE(SpecialBarcodeRecognizer::IsValidEan13(QStringLiteral("590123412345")));
+    EXPECT_FALSE(SpecialBarcodeRecognizer::IsValidEan13(QStringLiteral("59012341234570")));
+    EXPECT_FALSE(SpecialBarcodeRecognizer::IsValidEan13(QStringLiteral("59012341234a7")));
+    EXPECT_EQ(-1, SpecialBarcodeRecognizer::Ean13CheckDigit(QStringLiteral("59012341234a")));
+    EXPECT_EQ(0, SpecialBarcodeRecognizer::Ean13CheckDigit(QStringLiteral("000000000000")));
+}
+
+TEST_F(SpecialBarcodeRecognizerTest, EachFactoryPrefixGivesItsArticleAndValue) {
+    struct Case {
+        const char* twelve;
+        SpecialBarcodeSubjectType type;
+        unsigned int value;
+    };
+    for (const Case& c : {Case{"271234501599", SPECIAL_BARCODE_PRICE, 1599},
+                          Case{"291234500050", SPECIAL_BARCODE_PRICE, 50},
+                          Case{"231234501250", SPECIAL_BARCODE_WEIGHT, 1250},
+                          Case{"241234599999", SPECIAL_BARCODE_WEIGHT, 99999}}) {
+        const QString scanned = ean13(QString::fromLatin1(c.twelve));
+        SpecialBarcodeReading reading;
+        ASSERT_TRUE(recognizer.Read(scanned, reading)) << c.twelve;
+        EXPECT_EQ(ean13(scanned.left(7) + QStringLiteral("00000")), reading.articleBarcode);
+        EXPECT_EQ(scanned.left(2), reading.prefix);
+        EXPECT_EQ(c.type, reading.type);
+        EXPECT_EQ(c.value, reading.value);
+        QString out;
+        ASSERT_TRUE(recognizer.getArticleBarcode(scanned, out));
+        EXPECT_EQ(reading.articleBarcode, out);
+        // The article barcode is itself a label of the same article: normalising is idempotent.
+        QString again;
+        ASSERT_TRUE(recognizer.getArticleBarcode(out, again));
+        EXPECT_EQ(out, again);
+    }
+}
+
+TEST_F(SpecialBarcodeRecognizerTest, OtherCodesAreLeftAlone) {
+    const QString untouched = QStringLiteral("untouched");
+    for (const QString& code :
+         {QStringLiteral("5901234123457"),   // valid EAN-13, not a store prefix
+          QStringLiteral("2712345015997"),   // store prefix, wrong check digit
+          QStringLiteral("271234501599"),    // 12 digits
+          QStringLiteral("27123450159990"),  // 14 digits
+          QStringLiteral("27123450159a9"), QString(), QStringLiteral("27"),
+          QStringLiteral("\"; DROP TABLE SpecialBarcodePrefixes; --")}) {
+        QString out = untouched;
+        EXPECT_FALSE(recognizer.getArticleBarcode(code, out)) << code.toStdString();
+        EXPECT_EQ(untouched, out);
+    }
+    EXPECT_EQ(4, Raw().Count(QStringLiteral("SpecialBarcodePrefixes")));
+}
+
+TEST_F(SpecialBarcodeRecognizerTest, PrefixesChangedInTheDatabaseApplyAtTheNextScan) {
+    const QString label = ean13(QStringLiteral("211234500123"));
+    QString out;
+    EXPECT_FALSE(recognizer.getArticleBarcode(label, out));
+    Raw().Exec(QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES (9, '21', NULL)"));
+    unsigned long ignored = 0;
+    articles->Count(QStringLiteral("Article"), ignored);  // the register reads in between scans
+    SpecialBarcodeReading reading;
+    ASSERT_TRUE(recognizer.Read(label, reading));
+    EXPECT_EQ(SPECIAL_BARCODE_NONE, reading.type);
+    EXPECT_EQ(123u, reading.value);
+    // The longest stored prefix wins.
+    Raw().Exec(QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES (10, '2112', 0)"));
+    articles->Count(QStringLiteral("Article"), ignored);
+    ASSERT_TRUE(recognizer.Read(label, reading));
+    EXPECT_EQ(QStringLiteral("2112"), reading.prefix);
+    EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, reading.type);
+    Raw().Exec(QStringLiteral("DELETE FROM SpecialBarcodePrefixes WHERE prefix LIKE '21%'"));
+    articles->Count(QStringLiteral("Article"), ignored);
+    EXPECT_FALSE(recognizer.getArticleBarcode(label, out));
+}
+
+TEST_F(SpecialBarcodeRecognizerTest, WithoutADatabaseNothingIsSpecial) {
+    SpecialBarcodeRecognizer detached(nullptr);
+    G::dbArticles = nullptr;
+    QString out;
+    EXPECT_FALSE(detached.getArticleBarcode(ean13(QStringLiteral("271234501599")), out));
+    EXPECT_FALSE(recognizer.getArticleBarcode(ean13(QStringLiteral("271234501599")), out));
+    G::dbArticles = articles.get();
+    EXPECT_TRUE(recognizer.getArticleBarcode(ean13(QStringLiteral("271234501599")), out));
+}
