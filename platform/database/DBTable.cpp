@@ -26,10 +26,5 @@ const DBColumn* DBTable::GetColumn(const QString& columnName) const {
             return column;
         }
     }
-    for (const DBColumn* column : columnList) {
-        if (column->GetName().compare(columnName, Qt::CaseInsensitive) == 0) {
-            return column;
-        }
-    }
     return nullptr;
 }

@@ -28,8 +28,8 @@ public:
     DBTable& operator=(const DBTable&) = delete;
 
     const QString& GetName() const { return name; }
-    // The column of that name (exact match first, then ignoring ASCII case as SQLite does),
-    // or null when the table has none.
+    // The column of exactly that name (rows are read by case-sensitive column names), or null
+    // when the table has none.
     const DBColumn* GetColumn(const QString& name) const;
     // All columns in table order.
     const QVector<const DBColumn*>& GetColumns() const { return columnList; }
