@@ -33,4 +33,21 @@ inline const QString barcode = QStringLiteral("barcode");
 inline const QString isMain = QStringLiteral("is_main");
 }  // namespace ArticleBarcode
 
+namespace Dept {
+inline const QString table = QStringLiteral("Dept");
+inline const QString id = QStringLiteral("dept_id");
+inline const QString name = QStringLiteral("dept_name");
+inline const QString isDiscountBlocked = QStringLiteral("is_discount_blocked");
+inline const QString isOrderPrinter = QStringLiteral("is_order_printer");
+inline const QString maxDiscount = QStringLiteral("max_discount");
+inline const QString maxSurcharge = QStringLiteral("max_surcharge");
+}  // namespace Dept
+
+namespace TaxRates {
+inline const QString table = QStringLiteral("TaxRates");
+inline const QString id = QStringLiteral("tax_rate_id");
+inline const QString name = QStringLiteral("tax_rate_name");
+inline const QString value = QStringLiteral("tax_rate_val");
+}  // namespace TaxRates
+
 }  // namespace TableSchema
