@@ -14,7 +14,8 @@ exported='Article|ArticleBrief|ArticleSeeker|ArticleEditor|ArticleBarcodeManager
 strays=$(nm -D --defined-only "$lib" | awk '$2 !~ /^[WVu]$/ {print $3}' | c++filt |
     grep -v -E "^(typeinfo (name )?for |vtable for |VTT for |non-virtual thunk to |virtual thunk to )?(${exported})(::|$)" |
     grep -v -E '^G::articleManager$' |
-    grep -v -E '^(_init|_fini|_edata|_end|__bss_start)$' || true)
+    grep -v -E '^(_init|_fini|_edata|_end|__bss_start)$' |
+    grep -v -E '^__odr_asan' || true)
 if [ -n "$strays" ]; then
     echo "symbols exported beyond the library's classes:"
     echo "$strays"

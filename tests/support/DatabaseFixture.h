@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "DBManager.h"
+#include "Globals.h"
 #include "LogCapture.h"
 #include "QtPrinters.h"
 #include "RawSqlite.h"

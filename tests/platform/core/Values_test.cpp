@@ -1,0 +1,66 @@
+// Scaled decimal values and the records built on them.
+
+#include <gtest/gtest.h>
+
+#include "CurrencyExchangeRate.h"
+#include "PercentValue.h"
+#include "PriceValue.h"
+#include "QtPrinters.h"
+#include "SignalSystem.h"
+#include "TaxRatesList.h"
+
+TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
+    const CurrencyExchangeRate rate(QStringLiteral("4.3210"));
+    EXPECT_TRUE(rate.IsValid());
+    EXPECT_EQ(43210, rate.GetNumberValue());
+    EXPECT_EQ(4u, rate.GetPrecisionDigits());
+    EXPECT_EQ(QStringLiteral("4.3210"), rate.ToString());
+    EXPECT_EQ(1, CurrencyExchangeRate(QStringLiteral("1")).GetNumberValue());
+    EXPECT_EQ(0u, CurrencyExchangeRate(QStringLiteral("1")).GetPrecisionDigits());
+    EXPECT_EQ(-5, PercentValue(QStringLiteral("-0,5")).GetNumberValue());
+    EXPECT_EQ(QStringLiteral("-0.5"), PercentValue(QStringLiteral("-0,5")).ToString());
+    for (const char* bad : {"", "abc", "1.2.3", "1e5", "--1", ".", "1234567890123456789"}) {
+        EXPECT_FALSE(CurrencyExchangeRate(QString::fromLatin1(bad)).IsValid()) << bad;
+    }
+}
+
+TEST(ScaledValues, PricesHoldTwoDigits) {
+    EXPECT_EQ(1250, PriceValue(QStringLiteral("12.5")).GetNumberValue());
+    EXPECT_EQ(1299, PriceValue(QStringLiteral("12,99")).GetNumberValue());
+    EXPECT_EQ(1200, PriceValue(QStringLiteral("12")).GetNumberValue());
+    EXPECT_EQ(1250, PriceValue(QStringLiteral("12.500")).GetNumberValue());
+    EXPECT_EQ(2u, PriceValue(QStringLiteral("12")).GetPrecisionDigits());
+    EXPECT_FALSE(PriceValue(QStringLiteral("12.345")).IsValid());
+    EXPECT_EQ(QStringLiteral("0.05"), PriceValue(5).ToString());
+    EXPECT_EQ(10000, PercentValue().GetNumberValue() + 10000);
+}
+
+TEST(TaxRatesListTest, FillNamesSevenRatesAToG) {
+    TaxRatesList list;
+    list.Fill(TaxRates{{2300, 800, 500, 0, 65535, 65535, 61440}, 2});
+    ASSERT_EQ(7, list.size());
+    EXPECT_EQ(1u, list.first()->GetId());
+    EXPECT_EQ(QStringLiteral("A"), list.first()->GetName());
+    EXPECT_EQ(7u, list.last()->GetId());
+    EXPECT_EQ(QStringLiteral("G"), list.last()->GetName());
+    EXPECT_EQ(61440, list.last()->GetValue());
+    list.Clean();
+    EXPECT_TRUE(list.isEmpty());
+}
+
+TEST(SignalSystemTest, CallsEachListInOrderAndRefusesEmptyCallbacks) {
+    SignalSystem signalSystem;
+    EXPECT_EQ(3, signalSystem.GetState());
+    QList<int> calls;
+    EXPECT_EQ(0, signalSystem.AddCallback(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED,
+                                          [&](int v) { calls.append(v); }));
+    EXPECT_EQ(1, signalSystem.AddCallback(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED,
+                                          [&](int v) { calls.append(v * 100); }));
+    EXPECT_EQ(-1, signalSystem.AddCallback(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED,
+                                           SignalSystem::Callback()));
+    signalSystem.Emit(SignalSystem::SIGNAL_TAX_RATES_CHANGED, 0);
+    signalSystem.Emit(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED, 1);
+    EXPECT_EQ(QList<int>({1, 100}), calls);
+    signalSystem.ClearCallbacks(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED);
+    EXPECT_TRUE(signalSystem.GetCallbacks(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED).isEmpty());
+}

@@ -1,0 +1,167 @@
+// Tax rates: defaults, reset, replacement and look-ups.
+
+#include "TaxRatesManager.h"
+#include "DatabaseFixture.h"
+#include "Globals.h"
+#include "Logger.h"
+#include "SignalSystem.h"
+
+namespace {
+
+class TaxRatesManagerTest : public DatabaseFixture {
+protected:
+    void TearDown() override {
+        G::getSignals->ClearCallbacks(SignalSystem::SIGNAL_TAX_RATES_CHANGED);
+        manager.Uninitialize();
+        DatabaseFixture::TearDown();
+    }
+
+    QStringList stored() {
+        return Raw().Rows(QStringLiteral("SELECT * FROM TaxRates ORDER BY tax_rate_id"));
+    }
+
+    static QStringList describe(const TaxRatesList& list) {
+        QStringList described;
+        for (const TaxRate* rate : list) {
+            described.append(QStringLiteral("%1|%2|%3")
+                                 .arg(rate->GetId())
+                                 .arg(rate->GetName())
+                                 .arg(rate->GetValue()));
+        }
+        return described;
+    }
+
+    TaxRatesManager manager;
+};
+
+const QStringList defaultRows = {"1|A|2300",  "2|B|800",   "3|C|500",  "4|D|0",
+                                 "5|E|65535", "6|F|65535", "7|G|61440"};
+
+}  // namespace
+
+TEST_F(TaxRatesManagerTest, EmptyTableGetsTheDefaultRates) {
+    ASSERT_TRUE(manager.Initialize());
+    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE,
+                              QStringLiteral("TaxRatesManager: Tax rates table is empty!")));
+    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
+    EXPECT_EQ(defaultRows, stored());
+    EXPECT_TRUE(manager.IsSet(QStringLiteral("A")));
+    EXPECT_TRUE(manager.IsSet(QStringLiteral("D")));   // 0 % is a rate in use
+    EXPECT_FALSE(manager.IsSet(QStringLiteral("E")));  // not in use
+    EXPECT_TRUE(manager.IsSet(QStringLiteral("G")));   // tax-exempt, in use
+    EXPECT_TRUE(manager.GetRecord(7)->IsExempt());
+    EXPECT_TRUE(manager.GetRecord(5)->IsReserved());
+}
+
+TEST_F(TaxRatesManagerTest, DefaultsStandEvenWhenTheirInsertFails) {
+    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("INSERT"));
+    articles->SetWriteOnlyInTransaction(true);
+    ASSERT_TRUE(manager.Initialize());
+    EXPECT_FALSE(articles->IsWriteOnlyInTransaction()) << "switched off before writing";
+    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
+    EXPECT_TRUE(stored().isEmpty());
+}
+
+TEST_F(TaxRatesManagerTest, StoredRatesAreLoadedAsTheyAre) {
+    Raw().Exec(QStringLiteral(
+        "INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'B', 70000), (3, 'XY', 5)"));
+    ASSERT_TRUE(manager.Initialize());
+    // 70000 is cut to its low 16 bits.
+    EXPECT_EQ(QStringList({"1|A|2300", "2|B|4464", "3|XY|5"}), describe(manager.GetRecords()));
+    EXPECT_FALSE(log->Mentions(QStringLiteral("empty")));
+}
+
+TEST_F(TaxRatesManagerTest, ResetLeavesSevenUnusedRates) {
+    ASSERT_TRUE(manager.Initialize());
+    ASSERT_TRUE(manager.ResetTable());
+    const QStringList reset = {"1|A|65535", "2|B|65535", "3|C|65535", "4|D|65535",
+                               "5|E|65535", "6|F|65535", "7|G|65535"};
+    EXPECT_EQ(reset, stored());
+    EXPECT_EQ(reset, describe(manager.GetRecords()));
+}
+
+TEST_F(TaxRatesManagerTest, UpdateWritesEveryRateAndTellsTheSignalSystem) {
+    QList<int> calls;
+    G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
+                               [&](int v) { calls.append(v); });
+    G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
+                               [&](int v) { calls.append(v + 10); });
+    EXPECT_EQ(6, manager.UpdateRecord(TaxRates{{1, 2, 3, 4, 5, 6, 7}, 0}));
+    ASSERT_TRUE(manager.Initialize());
+    const TaxRates rates = {{2300, 800, 500, 0, 65535, 1200, 61440}, 2};
+    ASSERT_EQ(0, manager.UpdateRecord(rates));
+    const QStringList updated = {"1|A|2300",  "2|B|800",  "3|C|500",  "4|D|0",
+                                 "5|E|65535", "6|F|1200", "7|G|61440"};
+    EXPECT_EQ(updated, stored());
+    EXPECT_EQ(updated, describe(manager.GetRecords()));
+    EXPECT_EQ(QList<int>({0, 10}), calls);
+}
+
+TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
+    QList<int> calls;
+    G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
+                               [&](int v) { calls.append(v); });
+    ASSERT_TRUE(manager.Initialize());
+    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("UPDATE"));
+    log->Clear();
+    EXPECT_EQ(4, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
+    EXPECT_EQ(QStringList({"TaxRatesManager: SQL error when try to update counter data!"}),
+              log->Texts().filter(QStringLiteral("TaxRatesManager")));
+    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
+    EXPECT_EQ(defaultRows, stored());
+    // With nothing in memory there is nothing to replace.
+    Raw().Exec(QStringLiteral("DELETE FROM TaxRates"));
+    EXPECT_EQ(3, manager.getRecordsFromDB());
+    EXPECT_EQ(0, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
+    EXPECT_TRUE(stored().isEmpty());
+    EXPECT_TRUE(calls.isEmpty());
+}
+
+TEST_F(TaxRatesManagerTest, LettersAndLookUps) {
+    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("A")));
+    EXPECT_EQ(nullptr, manager.GetRecord(QStringLiteral("A")));
+    EXPECT_FALSE(manager.IsSet(QStringLiteral("A")));
+    Raw().Exec(
+        QStringLiteral("INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'AB', 800), (7, 'G', 0)"));
+    ASSERT_TRUE(manager.Initialize());
+    char letter = '?';
+    EXPECT_TRUE(manager.GetTaxRateASCIIChar(1, letter));
+    EXPECT_EQ('A', letter);
+    EXPECT_TRUE(manager.GetTaxRateASCIIChar(7, letter));
+    EXPECT_EQ('G', letter);
+    letter = '?';
+    EXPECT_FALSE(manager.GetTaxRateASCIIChar(2, letter));
+    EXPECT_FALSE(manager.GetTaxRateASCIIChar(8, letter));
+    EXPECT_EQ('?', letter);
+    EXPECT_TRUE(manager.IsRecordExist(QStringLiteral("AB")));
+    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("a")));
+    EXPECT_EQ(2u, manager.GetRecord(QStringLiteral("AB"))->GetId());
+    EXPECT_FALSE(manager.DeleteRecord(QStringLiteral("A")));
+    EXPECT_EQ(3, stored().size());
+}
+
+TEST_F(TaxRatesManagerTest, FailuresAreReportedWithTheirTexts) {
+    G::dbArticles = nullptr;
+    EXPECT_FALSE(manager.Initialize());
+    G::dbArticles = articles.get();
+    Raw().Exec(QStringLiteral("ALTER TABLE TaxRates RENAME TO Rates"));
+    EXPECT_FALSE(manager.Initialize());
+    EXPECT_EQ(QStringList({"TaxRatesDBManager initialization FAILED! Can not open articles DB!",
+                           "TaxRatesDBManager initialization FAILED! TaxRates inaccessible!"}),
+              log->Texts());
+    Raw().Exec(QStringLiteral("ALTER TABLE Rates RENAME TO TaxRates"));
+    ASSERT_TRUE(manager.Initialize());
+    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("DELETE"));
+    log->Clear();
+    EXPECT_FALSE(manager.ResetTable());
+    Raw().StopFailing(QStringLiteral("TaxRates"), QStringLiteral("DELETE"));
+    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("INSERT"));
+    EXPECT_FALSE(manager.ResetTable());
+    Raw().Exec(QStringLiteral("DROP TABLE TaxRates"));
+    EXPECT_EQ(4, manager.getRecordsFromDB());
+    EXPECT_EQ(QStringList({"TaxRatesManager::ResetTable(): error while clearing table.",
+                           "TaxRatesManager::ResetTable(): error while inserting default values.",
+                           "TaxRatesManager: SQL error when try to load depts data!"}),
+              log->Texts().filter(QStringLiteral("TaxRatesManager")));
+    EXPECT_TRUE(manager.GetRecords().isEmpty());
+}
