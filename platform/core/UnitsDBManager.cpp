@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "DBManager.h"
+#include "Globals.h"
 
 namespace {
 const QString unitsTable = QStringLiteral("Units");
@@ -16,41 +17,35 @@ UnitsDBManager::~UnitsDBManager() = default;
 
 bool UnitsDBManager::Initialize(DBManager* newDb) {
     std::lock_guard<std::mutex> lock(mutex);
-    db = nullptr;
     units.clear();
-    if (!newDb || !newDb->GetTable(unitsTable)) {
+    loadedFrom = nullptr;
+    mode = Off;
+    db = nullptr;
+    if (!newDb || !newDb->GetTable(unitsTable) || !reload(newDb)) {
         return false;
     }
+    mode = Bound;
     db = newDb;
-    if (!reload()) {
-        db = nullptr;
-        return false;
-    }
     return true;
 }
 
 void UnitsDBManager::Uninitialize() {
     std::lock_guard<std::mutex> lock(mutex);
+    mode = Off;
     db = nullptr;
+    loadedFrom = nullptr;
     units.clear();
 }
 
 QSharedPointer<Unit> UnitsDBManager::GetUnit(unsigned int unitNo) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (!db) {
-        return {};
-    }
-    if (db->GetDataVersion() != loadedVersion) {
-        reload();
-    }
+    refresh();
     return units.value(unitNo);
 }
 
 QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
     std::lock_guard<std::mutex> lock(mutex);
-    if (db && db->GetDataVersion() != loadedVersion) {
-        reload();
-    }
+    refresh();
     QList<QSharedPointer<Unit>> all = units.values();
     std::sort(all.begin(), all.end(),
               [](const QSharedPointer<Unit>& a, const QSharedPointer<Unit>& b) {
@@ -59,11 +54,38 @@ QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
     return all;
 }
 
-bool UnitsDBManager::reload() {
-    const quint64 version = db->GetDataVersion();
+DBManager* UnitsDBManager::source() const {
+    switch (mode) {
+        case FollowGlobal:
+            return G::dbArticles;
+        case Bound:
+            return db;
+        case Off:
+        default:
+            return nullptr;
+    }
+}
+
+void UnitsDBManager::refresh() {
+    DBManager* from = source();
+    if (!from || !from->IsOpen()) {
+        units.clear();
+        loadedFrom = nullptr;
+        return;
+    }
+    if (from != loadedFrom || from->GetDataVersion() != loadedVersion) {
+        reload(from);
+    }
+}
+
+bool UnitsDBManager::reload(DBManager* from) {
+    const quint64 version = from->GetDataVersion();
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    if (db->LoadAll(unitsTable, rows) != DB_OPERATION_SUCCESS) {
-        return false;  // keep serving what was loaded before
+    if (!from->GetTable(unitsTable) || from->LoadAll(unitsTable, rows) != DB_OPERATION_SUCCESS) {
+        if (from != loadedFrom) {
+            units.clear();  // never answer from another database's units
+        }
+        return false;
     }
     QHash<unsigned int, QSharedPointer<Unit>> fresh;
     for (const DBRow* row : *rows) {
@@ -72,6 +94,7 @@ bool UnitsDBManager::reload() {
             number, QSharedPointer<Unit>::create(number, row->GetValue(unitNameColumn).toString()));
     }
     units = fresh;
+    loadedFrom = from;
     loadedVersion = version;
     return true;
 }

@@ -11,7 +11,8 @@
 class DBManager;
 
 // The units of measure of the article database's Units table, cached in memory and read again
-// when the database changed. Thread-safe.
+// when the database changed. Until Initialize binds it to a database it follows G::dbArticles.
+// Thread-safe.
 class VEXCORE_EXPORT UnitsDBManager {
 public:
     UnitsDBManager();
@@ -20,9 +21,10 @@ public:
     UnitsDBManager(const UnitsDBManager&) = delete;
     UnitsDBManager& operator=(const UnitsDBManager&) = delete;
 
-    // Binds the manager to a database holding the Units table and loads it. False when the
-    // database is null, has no Units table or cannot be read.
+    // Binds the manager to a database holding the Units table and loads it. False (and no unit
+    // answered) when the database is null, has no Units table or cannot be read.
     bool Initialize(DBManager* db);
+    // Forgets the units; none is answered until the next Initialize.
     void Uninitialize();
 
     // The unit of that number, or null when there is none (or the manager is not initialised).
@@ -31,10 +33,18 @@ public:
     QList<QSharedPointer<Unit>> GetUnits();
 
 private:
-    bool reload();
+    enum Source { FollowGlobal, Bound, Off };
+
+    // The database to read from now, or null.
+    DBManager* source() const;
+    // Reads the units again when the source or its content changed.
+    void refresh();
+    bool reload(DBManager* from);
 
     std::mutex mutex;
+    Source mode = FollowGlobal;
     DBManager* db = nullptr;
+    DBManager* loadedFrom = nullptr;
     quint64 loadedVersion = 0;
     QHash<unsigned int, QSharedPointer<Unit>> units;
 };

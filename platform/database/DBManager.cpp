@@ -655,15 +655,17 @@ eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMod
     if (!d->appendConditions(operation, query->GetRow(0), table, like, sql, values, outcome)) {
         return outcome;
     }
+    QStringList key;
+    for (const DBColumn* column : table->GetPrimaryKey()) {
+        key.append(quoteIdentifier(column->GetName()));
+    }
+    const QString keyOrder =
+        key.isEmpty() ? QStringLiteral("rowid") : key.join(QStringLiteral(", "));
     if (!order.trimmed().isEmpty()) {
-        sql += QStringLiteral(" ORDER BY ") + order;
+        // Rows that tie on the expression keep key order, so that every run lists them alike.
+        sql += QStringLiteral(" ORDER BY ") + order + QStringLiteral(", ") + keyOrder;
     } else if (mode == LOAD_MODE_BY_EXAMPLE) {
-        QStringList key;
-        for (const DBColumn* column : table->GetPrimaryKey()) {
-            key.append(quoteIdentifier(column->GetName()));
-        }
-        sql += QStringLiteral(" ORDER BY ") +
-               (key.isEmpty() ? QStringLiteral("rowid") : key.join(QStringLiteral(", ")));
+        sql += QStringLiteral(" ORDER BY ") + keyOrder;
     }
     if (limit > 0) {
         sql += QStringLiteral(" LIMIT ?");

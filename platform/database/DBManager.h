@@ -80,7 +80,8 @@ public:
 
     // Rows of the query row's table that match every field of the query row (`like` true: the
     // field values are LIKE patterns, matched case-insensitively). `order`: an ORDER BY
-    // expression, empty for the mode's order; `limit` > 0 caps the rows. `result` is replaced
+    // expression (ties in key order), empty for the mode's order; `limit` > 0 caps the rows.
+    // `result` is replaced
     // by a new DBData holding every column of each row; no match is success with no rows.
     eDBOperationResult Load(const QSharedPointer<DBData>& query, eLoadMode mode,
                             QSharedPointer<DBData>& result, bool like = false,

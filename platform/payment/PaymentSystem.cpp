@@ -1,6 +1,6 @@
 #include "PaymentSystem.h"
 
-PaymentSystem::PaymentSystem() : SystemBase(QStringLiteral("PaymentSystem")) {
+PaymentSystem::PaymentSystem() : SystemBase(QStringLiteral("PaymentSystem"), 0, STATE_READY) {
     SetSystemNumber(SYSTEM_PAYMENT);
     AddDependency(SYSTEM_APP_LOGGER);
     AddDependency(SYSTEM_ARTICLES_DB);
