@@ -1,16 +1,21 @@
 #pragma once
 
+#include <QList>
 #include <QMutex>
 #include <QString>
+#include <QVariant>
+#include <QVector>
 #include <atomic>
 
 #include "Article.h"
+#include "ArticleBrief.h"
 #include "ArticleManagerGlobal.h"
 #include "DBManager.h"
 
 // The read side of the Article table: every lookup of an article goes through it. Each public
-// operation holds the seeker's mutex for its whole run (the initialised test comes first).
-// A failed lookup leaves the caller's Article untouched.
+// operation holds the seeker's mutex for its whole run (the initialised test comes first),
+// except FindFirstArtclePlu and FindLastArticlePlu, which rely on the database's own locking.
+// A failed lookup leaves the caller's outputs untouched.
 class ARTICLEMANAGER_EXPORT ArticleSeeker {
 public:
     // Result codes of the seeker's operations.
@@ -51,7 +56,63 @@ public:
     // are wildcards): 0 found, 3 none, 4 database error, 6 not initialised.
     int FindName(const QString& name, Article& article);
 
+    // PLU navigation. Numbers go into the conditions in decimal.
+
+    // The smallest PLU (0 for an empty table): 0, or 4 database error. onlyHandyList is not
+    // used.
+    int FindFirstArtclePlu(unsigned int& pluNo, bool onlyHandyList);
+    // The largest PLU, the same way.
+    int FindLastArticlePlu(unsigned int& pluNo, bool onlyHandyList);
+    // The next PLU above fromPlu: 0, 3 none, 4, 6. onlyHandyList is not used.
+    int FindNextPlu(const unsigned int& fromPlu, unsigned int& nextPlu, bool onlyHandyList);
+    // The previous PLU below fromPlu: 0, 3 none, 4, 6. onlyHandyList is not used.
+    int FindPrevPlu(const unsigned int& fromPlu, unsigned int& prevPlu, bool onlyHandyList);
+    // Up to `count` articles (all for 0) from fromPlu on, in PLU order, replacing the list's
+    // content: 0 some, 3 none, 4, 6.
+    int FindNextPlu(const unsigned int& fromPlu, const unsigned int& count,
+                    QList<Article>& articles, bool onlyHandyList);
+    // How many articles have a PLU in [fromPlu, toPlu]: 0, 4, 6, or 7 for a reversed range
+    // (count 0).
+    int CountPluInRange(const unsigned int& fromPlu, const unsigned int& toPlu, unsigned int& count,
+                        bool onlyHandyList);
+    // The briefs of the articles with a PLU in [fromPlu, toPlu], sorted by PLU, replacing the
+    // list's content: 0 some, 3 none (a reversed range matches none), 4, 6.
+    int FindPluInRange(const unsigned int& fromPlu, const unsigned int& toPlu,
+                       QList<ArticleBrief>& briefs, bool onlyHandyList);
+    // The smallest PLU >= 1 no article has: 0, 4, 6.
+    int FindFirstUnusedPlu(QVariant& pluNo);
+
+    // Searches.
+
+    // The article a scanned code belongs to: an in-store label is looked up by the article
+    // barcode it carries. 0 found, 3 none, 4 database error, 6 not initialised, 8 more than
+    // one article carries it (logged).
+    int FindArticleByBarcode(const QString& barcode, Article& article, bool onlyHandyList);
+    // Articles whose name begins with `prefix` (taken literally, case-insensitive), by name;
+    // appended to the vector: 0 some, 3 none, 4, 6.
+    int FindNamePrefix(const QString& prefix, QVector<Article>& articles, bool onlyHandyList);
+    // The names of those articles.
+    int FindNamePrefix(const QString& prefix, QVector<QString>& names, bool onlyHandyList);
+    // Incremental search on one column: the articles whose `column` begins with `infix` (a
+    // case-insensitive LIKE pattern), then those holding it elsewhere, each article once, at
+    // most 100 of each kind. Replaces the vector's content; 0 even when nothing matched, 4, 6.
+    int FindByGivenInfixAndColumn(const QString& infix, const QString& column,
+                                  QVector<Article>& articles);
+    // The incremental search on main barcodes and on names.
+    int FindByBarcodeInfix(const QString& infix, QVector<Article>& articles);
+    int FindNameInfix(const QString& infix, QVector<Article>& articles);
+
+    // The worker of both FindNamePrefix forms: rows of `table` whose `column` begins with
+    // `prefix`, ordered by `orderColumn`, appended as articles. Call with the mutex held.
+    int findNameByPrefix(const QString& table, const QString& column, const QString& prefix,
+                         QVector<Article>& articles, const QString& orderColumn);
+
 private:
+    // One pass of the incremental search; appends the articles not listed yet.
+    int appendLikeMatches(const QString& column, const QString& pattern,
+                          QVector<Article>& articles);
+    // The minimum or maximum PLU matching `condition`.
+    int extremePlu(bool maximum, const QString& condition, QVariant& value);
     // The first article whose `column` equals `key`; called with the mutex held.
     int findArticle(const QString& column, const QVariant& key, Article& article,
                     bool onlyHandyList, const QString& errorMessage);

@@ -1,6 +1,10 @@
 #include "ArticleSeeker.h"
 
 #include <QHash>
+#include <algorithm>
+
+#include "ArticleBarcodeManager.h"
+#include "ArticleManager.h"
 
 #include "DBCloser.h"
 #include "LibraryLog.h"
@@ -27,6 +31,39 @@ const QString msgFindBarcodeError =
     QStringLiteral("ArticleSeeker::FindBarcode(): SQL error when try to seek a barcode!");
 const QString msgFindNameError =
     QStringLiteral("ArticleSeeker::FindName(): SQL error when try find an article by the name!");
+const QString msgFirstPluError =
+    QStringLiteral("Article Seeker: SQL error when try to load first article plu");
+const QString msgLastPluError =
+    QStringLiteral("Article Seeker: SQL error when try to load last article Plu");
+const QString msgNextPluError =
+    QStringLiteral("Article Seeker: SQL error when try seek next article plu");
+const QString msgPrevPluError =
+    QStringLiteral("Article Seeker: SQL error when try seek prev article plu");
+const QString msgPageError =
+    QStringLiteral("Article Seeker: SQL error when try to load article plus");
+const QString msgCountError =
+    QStringLiteral("Article Seeker: SQL error when try to count articles in plu range.");
+const QString msgRangeError = QStringLiteral("Article Seeker: SQL error when try to load articles");
+const QString msgUnusedError =
+    QStringLiteral("Article Seeker: SQL error when try seek article with min unusued plu!");
+const QString msgByBarcodeError =
+    QStringLiteral("ArticleSeeker::FindArticleByBarcode(): Database execute select query error.");
+const QString msgBarcodeAmbiguous = QStringLiteral(
+    "ArticleSeeker::FindArticleByBarcode() Error: there is more than one article in database "
+    "which has the same barcode.");
+const QString msgPrefixError =
+    QStringLiteral("Article Seeker: SQL error when try seek article by prefix name!");
+const QString msgInfixError = QStringLiteral(
+    "ArticleSeeker::FindByGivenInfixAndColumn(): SQL error when try to seek articles by infix!");
+
+// The incremental search lists at most this many articles of each kind.
+constexpr int infixPassLimit = 100;
+
+// The scan lookup's SELECT, in the order its values map to the Article fields.
+const QString byBarcodeSelect = QStringLiteral(
+    "SELECT a.id, plu_no, art_name, tax_rate_no, dept_no, quantity_precision, unit_no, sale_bloc, "
+    "main_barcode, price, is_pack, disc_sur_block, free_price_allow, on_handy_list, scale_no, "
+    "link_plu_no             FROM ");
 
 // Position of each Article column in the record, in the order the row mapping compares them.
 enum ArticleSlot {
@@ -68,6 +105,10 @@ const QHash<QString, int>& articleSlots() {
         {A::linkPluNo, SlotLinkPluNo},
     };
     return columnSlots;
+}
+
+QString decimal(unsigned int value) {
+    return QString::number(value, 10);
 }
 
 void assignSlot(Article& article, int slot, const QVariant& value) {
@@ -285,4 +326,343 @@ int ArticleSeeker::FindName(const QString& name, Article& article) {
     DBRow row(articleTable, fields);
     BuildArticleFromDbData(&row, &article);
     return RESULT_FOUND;
+}
+
+int ArticleSeeker::extremePlu(bool maximum, const QString& condition, QVariant& value) {
+    return maximum ? db->MaxValue(articleTable->GetName(), A::pluNo, condition, value)
+                   : db->MinValue(articleTable->GetName(), A::pluNo, condition, value);
+}
+
+int ArticleSeeker::FindFirstArtclePlu(unsigned int& pluNo, bool) {
+    // Neither the flag test nor the lock: the database guards itself.
+    DBManager* database = db;
+    DBTable* table = articleTable;
+    if (!database || !table) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QVariant value;
+    if (database->MinValue(table->GetName(), A::pluNo, QStringLiteral(""), value) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgFirstPluError);
+        return RESULT_DB_ERROR;
+    }
+    pluNo = value.toUInt();
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindLastArticlePlu(unsigned int& pluNo, bool) {
+    DBManager* database = db;
+    DBTable* table = articleTable;
+    if (!database || !table) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QVariant value;
+    if (database->MaxValue(table->GetName(), A::pluNo, QStringLiteral(""), value) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgLastPluError);
+        return RESULT_DB_ERROR;
+    }
+    pluNo = value.toUInt();
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindNextPlu(const unsigned int& fromPlu, unsigned int& nextPlu, bool) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QVariant value;
+    if (extremePlu(false, QStringLiteral("plu_no > ") + decimal(fromPlu), value) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgNextPluError);
+        return RESULT_DB_ERROR;
+    }
+    if (value.isNull()) {
+        return RESULT_NOT_FOUND;
+    }
+    nextPlu = value.toUInt();
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindPrevPlu(const unsigned int& fromPlu, unsigned int& prevPlu, bool) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QVariant value;
+    if (extremePlu(true, QStringLiteral("plu_no < ") + decimal(fromPlu), value) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgPrevPluError);
+        return RESULT_DB_ERROR;
+    }
+    if (value.isNull()) {
+        return RESULT_NOT_FOUND;
+    }
+    prevPlu = value.toUInt();
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindNextPlu(const unsigned int& fromPlu, const unsigned int& count,
+                               QList<Article>& articles, bool onlyHandyList) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QString condition = QStringLiteral("plu_no >= ") + decimal(fromPlu);
+    if (onlyHandyList) {
+        condition += QStringLiteral(" AND on_handy_list = 1 ");
+    }
+    if (count != 0) {
+        condition += QStringLiteral(" LIMIT ") + decimal(count);
+    }
+    QStringList columns;
+    for (const DBColumn* column : articleTable->GetColumns()) {
+        columns.append(column->GetName());
+    }
+    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
+    if (db->Load(articleTable->GetName(), columns, condition, result) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgPageError);
+        return RESULT_DB_ERROR;
+    }
+    articles.clear();
+    for (DBRow* row : *result) {
+        Article article;
+        BuildArticleFromDbData(row, &article);
+        articles.append(article);
+    }
+    return articles.isEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
+}
+
+int ArticleSeeker::CountPluInRange(const unsigned int& fromPlu, const unsigned int& toPlu,
+                                   unsigned int& count, bool onlyHandyList) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    count = 0;
+    QString condition = A::pluNo + QStringLiteral(" >= ") + decimal(fromPlu);
+    if (toPlu < fromPlu) {
+        return RESULT_INVALID_RANGE;
+    }
+    condition += QStringLiteral(" AND ") + A::pluNo + QStringLiteral(" <= ") + decimal(toPlu);
+    if (onlyHandyList) {
+        condition += QStringLiteral(" AND ") + A::onHandyList + QStringLiteral(" = 1 ");
+    }
+    if (db->CountInRange(articleTable->GetName(), condition, count) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgCountError);
+        return RESULT_DB_ERROR;
+    }
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindPluInRange(const unsigned int& fromPlu, const unsigned int& toPlu,
+                                  QList<ArticleBrief>& briefs, bool onlyHandyList) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QString condition = QStringLiteral("plu_no >= ") + decimal(fromPlu) +
+                        QStringLiteral(" AND plu_no <= ") + decimal(toPlu);
+    if (onlyHandyList) {
+        condition += QStringLiteral(" AND on_handy_list = 1 ");
+    }
+    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
+    if (db->Load(articleTable->GetName(), {A::id, A::pluNo, A::name}, condition, result) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgRangeError);
+        return RESULT_DB_ERROR;
+    }
+    briefs.clear();
+    for (const DBRow* row : *result) {
+        ArticleBrief brief;
+        for (const DBField* field : row->GetFields()) {
+            const QString& column = field->GetColumnName();
+            if (column == A::id) {
+                brief.id = field->GetValue().toUInt();
+            } else if (column == A::pluNo) {
+                brief.pluNo = field->GetValue().toUInt();
+            } else if (column == A::name) {
+                brief.name = field->GetValue().toString();
+            }
+        }
+        briefs.append(brief);
+    }
+    std::sort(briefs.begin(), briefs.end());
+    return briefs.isEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
+}
+
+int ArticleSeeker::FindFirstUnusedPlu(QVariant& pluNo) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    if (db->MinUnusedValue(articleTable->GetName(), A::pluNo, pluNo) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgUnusedError);
+        return RESULT_DB_ERROR;
+    }
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article,
+                                        bool onlyHandyList) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QString searched = barcode;
+    ArticleBarcodeManager* barcodes =
+        G::articleManager ? G::articleManager->GetBarcodeManager() : nullptr;
+    if (barcodes && barcodes->GetSpecialBarcodeRecognizer()) {
+        QString articleBarcode;
+        if (barcodes->GetSpecialBarcodeRecognizer()->getArticleBarcode(barcode, articleBarcode)) {
+            searched = articleBarcode;
+        }
+    }
+    QString sql = byBarcodeSelect + A::table + QStringLiteral(" a, ") + B::table +
+                  QStringLiteral(" b                 WHERE a.id == b.") + B::articleId +
+                  QStringLiteral("                 AND b.") + B::barcode + QStringLiteral(" = \"") +
+                  searched + QLatin1Char('"');
+    if (onlyHandyList) {
+        sql += QStringLiteral(" AND a.on_handy_list == 1");
+    }
+    DBDirectQueryResult result;
+    if (db->Execute(sql, &result) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgByBarcodeError);
+        return RESULT_DB_ERROR;
+    }
+    if (result.RowCount() == 0) {
+        return RESULT_NOT_FOUND;
+    }
+    if (result.RowCount() > 1) {
+        LogMessage(logLevelError, msgBarcodeAmbiguous);
+        return RESULT_AMBIGUOUS_BARCODE;
+    }
+    // The values come in the order of the SELECT list, which is the order of the slots.
+    const QVector<QVariant>& values = result.GetRows().first();
+    for (int slot = SlotId; slot <= SlotLinkPluNo && slot < values.size(); ++slot) {
+        assignSlot(article, slot, values[slot]);
+    }
+    article.unitName = unitNameOf(article.unitNo);
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindNamePrefix(const QString& prefix, QVector<Article>& articles,
+                                  bool onlyHandyList) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QVector<Article> found;
+    const int result = findNameByPrefix(articleTable->GetName(), A::name, prefix, found, A::name);
+    if (result != RESULT_FOUND) {
+        return result;
+    }
+    // The handy-list filter applies to what the prefix found.
+    int kept = 0;
+    for (const Article& article : found) {
+        if (!onlyHandyList || article.onHandyList) {
+            articles.append(article);
+            ++kept;
+        }
+    }
+    return kept > 0 ? RESULT_FOUND : RESULT_NOT_FOUND;
+}
+
+int ArticleSeeker::FindNamePrefix(const QString& prefix, QVector<QString>& names,
+                                  bool onlyHandyList) {
+    QVector<Article> articles;
+    const int result = FindNamePrefix(prefix, articles, onlyHandyList);
+    for (const Article& article : articles) {
+        names.append(article.name);
+    }
+    return result;
+}
+
+int ArticleSeeker::findNameByPrefix(const QString& table, const QString& column,
+                                    const QString& prefix, QVector<Article>& articles,
+                                    const QString& orderColumn) {
+    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
+    if (db->LoadPrefix(table, column, prefix, result, orderColumn, true) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgPrefixError);
+        return RESULT_DB_ERROR;
+    }
+    for (DBRow* row : *result) {
+        Article article;
+        BuildArticleFromDbData(row, &article);
+        articles.append(article);
+    }
+    return result->IsEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
+}
+
+int ArticleSeeker::appendLikeMatches(const QString& column, const QString& pattern,
+                                     QVector<Article>& articles) {
+    auto* row = new DBRow(articleTable);
+    row->AppendField(column, pattern);
+    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
+    const QString upperColumn = QStringLiteral("UPPER(") + column + QLatin1Char(')');
+    if (db->Load(singleRowQuery(row), DBManager::LOAD_MODE_BY_KEY, result, true, upperColumn,
+                 infixPassLimit) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgInfixError);
+        return RESULT_DB_ERROR;
+    }
+    const int alreadyListed = articles.size();
+    for (DBRow* found : *result) {
+        Article article;
+        BuildArticleFromDbData(found, &article);
+        if (std::find(articles.cbegin(), articles.cbegin() + alreadyListed, article) ==
+            articles.cbegin() + alreadyListed) {
+            articles.append(article);
+        }
+    }
+    return RESULT_FOUND;
+}
+
+int ArticleSeeker::FindByGivenInfixAndColumn(const QString& infix, const QString& column,
+                                             QVector<Article>& articles) {
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    QMutexGuard lock(&mutex);
+    if (!initialized) {
+        return RESULT_NOT_INITIALIZED;
+    }
+    articles.clear();
+    // Prefix matches first, then the inner matches that are not listed yet.
+    const int prefixes = appendLikeMatches(column, infix + QLatin1Char('%'), articles);
+    if (prefixes != RESULT_FOUND) {
+        return prefixes;
+    }
+    return appendLikeMatches(column, QLatin1Char('%') + infix + QLatin1Char('%'), articles);
+}
+
+int ArticleSeeker::FindByBarcodeInfix(const QString& infix, QVector<Article>& articles) {
+    return FindByGivenInfixAndColumn(infix, A::mainBarcode, articles);
+}
+
+int ArticleSeeker::FindNameInfix(const QString& infix, QVector<Article>& articles) {
+    return FindByGivenInfixAndColumn(infix, A::name, articles);
 }
