@@ -5,7 +5,9 @@
 #include "Article.h"
 #include "ArticleManagerGlobal.h"
 #include "ArticleSeeker.h"
+#include "CurrencyExchangeRate.h"
 #include "DBManager.h"
+#include "PriceValue.h"
 #include "SpecialBarcodeRecognizer.h"
 
 // The write side of the Article table: adds, edits and deletes single articles. It writes only
@@ -43,6 +45,20 @@ public:
     // Sets link_plu_no to 0 wherever it is pluNo. Returns true when the update FAILED and false
     // when it worked. Only for an initialised editor.
     bool RemoveAllLinksToGivenArticle(unsigned int pluNo);
+
+    // Sets the price of the article with that PLU to price.GetNumberValue() (minor units):
+    // 0 done (also when no article has the PLU), 4 refused, 6 not initialised.
+    eDBOperationResult UpdateArticlePrice(unsigned int pluNo, const PriceValue& price);
+    // Converts every price p to p / rate, to the nearest minor unit with halves going up and
+    // capped at 999999999, in one statement: every price or none. 0 done, 4 failed. Rates need
+    // fewer than 9 precision digits and must not be 0; only for an initialised editor.
+    eDBOperationResult ChangeAllArticlesPrices(const CurrencyExchangeRate& rate);
+    // Empties the catalogue (Article, ArticleBarcode, NotepadCategoryItem,
+    // NotepadHandyListCategory, in this order) unless the receipt database (G::dbReceipt)
+    // still holds receipt lines, then calls the signal system's all-articles-removed callbacks
+    // with 1. 0 done, 1 refused (receipt lines exist), 4 a count or clear failed (tables
+    // cleared before it stay cleared). Only for an initialised editor.
+    int RemoveAllArticles();
 
 private:
     // One row holding the article's fields (the id first when `withId`).

@@ -1,7 +1,11 @@
 #include "ArticleEditor.h"
 
+#include <cmath>
+#include <limits>
+
 #include "DBCloser.h"
 #include "LibraryLog.h"
+#include "SignalSystem.h"
 #include "TableSchema.h"
 
 namespace {
@@ -20,6 +24,26 @@ const QString msgUpdateError =
     QStringLiteral("ArticleEditor: SQL error when try to update article to the database!");
 const QString msgDeleteError =
     QStringLiteral("ArticleEditor: SQL error when try to delete article from the database!");
+const QString msgPriceError = QStringLiteral(
+    "ArticleEditor: SQL error when try to update price of chosen article in the database!");
+const QString msgPricesError = QStringLiteral(
+    "ArticleEditor: SQL error when try to update prices of articles in the database!");
+const QString msgReceiptCountError = QStringLiteral(
+    "ArticleEditor::RemoveAllArticles(): Error while getting count of receipt lines");
+const QString msgClearError =
+    QStringLiteral("ArticleEditor::RemoveAllArticles(): Error while clearing database table.");
+
+const QString receiptLineTable = QStringLiteral("ReceiptLineEvent");
+// Cleared by RemoveAllArticles, in this order.
+const QString catalogueTables[] = {
+    QStringLiteral("Article"),
+    QStringLiteral("ArticleBarcode"),
+    QStringLiteral("NotepadCategoryItem"),
+    QStringLiteral("NotepadHandyListCategory"),
+};
+
+// The largest price a conversion may give, in minor units.
+const QString priceCap = QStringLiteral("999999999");
 
 }  // namespace
 
@@ -144,4 +168,72 @@ bool ArticleEditor::RemoveAllLinksToGivenArticle(unsigned int pluNo) {
                               QStringLiteral(" == ") + QString::number(pluNo, 10);
     DBDirectQueryResult result;
     return db->Execute(statement, &result) != DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult ArticleEditor::UpdateArticlePrice(unsigned int pluNo, const PriceValue& price) {
+    if (!initialized) {
+        return DB_OPERATION_NOT_INITIALIZED;
+    }
+    auto* keyRow = new DBRow(articleTable);
+    keyRow->AppendField(A::pluNo, pluNo);
+    auto* valueRow = new DBRow(articleTable);
+    valueRow->AppendField(A::price, static_cast<qlonglong>(price.GetNumberValue()));
+    QSharedPointer<DBData> key = QSharedPointer<DBData>::create();
+    key->AppendRow(keyRow);
+    QSharedPointer<DBData> values = QSharedPointer<DBData>::create();
+    values->AppendRow(valueRow);
+    if (db->Update(key, values) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgPriceError);
+        return DB_OPERATION_ERROR;
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult ArticleEditor::ChangeAllArticlesPrices(const CurrencyExchangeRate& rate) {
+    if (!db || !articleTable) {
+        LogMessage(logLevelError, msgPricesError);
+        return DB_OPERATION_ERROR;
+    }
+    // M = 10^(d+1): the quotient carries one digit more, which "+ 5) / 10" rounds away. Like
+    // the register's ARM FPU, the conversion to 32 bits saturates.
+    const double power = std::pow(10.0, static_cast<double>(rate.GetPrecisionDigits()) + 1.0);
+    const int scale = power >= static_cast<double>(std::numeric_limits<int>::max())
+                          ? std::numeric_limits<int>::max()
+                          : static_cast<int>(power);
+    const QString rounded = QStringLiteral("((CAST((") + A::price + QStringLiteral(" * ") +
+                            QString::number(scale, 10) + QStringLiteral(" / ") +
+                            QString::number(rate.GetNumberValue(), 10) +
+                            QStringLiteral(") AS INTEGER) + 5)/10)");
+    const QString statement = QStringLiteral("UPDATE ") + articleTable->GetName() +
+                              QStringLiteral(" SET ") + A::price + QStringLiteral(" = CASE WHEN ") +
+                              rounded + QStringLiteral(" >= ") + priceCap +
+                              QStringLiteral(" THEN ") + priceCap + QStringLiteral(" ELSE ") +
+                              rounded + QStringLiteral(" END");
+    if (db->Execute(statement, nullptr) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgPricesError);
+        return DB_OPERATION_ERROR;
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+int ArticleEditor::RemoveAllArticles() {
+    unsigned long receiptLines = 0;
+    if (!G::dbReceipt ||
+        G::dbReceipt->Count(receiptLineTable, receiptLines) != DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgReceiptCountError);
+        return DB_OPERATION_ERROR;
+    }
+    if (receiptLines != 0) {
+        return DB_OPERATION_RECEIPTS_EXIST;
+    }
+    for (const QString& table : catalogueTables) {
+        if (!db || db->ClearTable(table) != DB_OPERATION_SUCCESS) {
+            LogMessage(logLevelError, msgClearError);
+            return DB_OPERATION_ERROR;
+        }
+    }
+    if (G::getSignals) {
+        G::getSignals->Emit(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED, 1);
+    }
+    return DB_OPERATION_SUCCESS;
 }
