@@ -79,10 +79,7 @@ bool SpecialBarcodeRecognizer::Read(const QString& scanned, SpecialBarcodeReadin
 }
 
 bool SpecialBarcodeRecognizer::findPrefix(const QString& code, Prefix& found) {
-    DBManager* db = fixedDb ? fixedDb : G::dbArticles;
-    std::lock_guard<std::mutex> lock(mutex);
-    reloadIfChanged(db);
-    for (const Prefix& prefix : prefixes) {
+    for (const Prefix& prefix : currentPrefixes()) {
         if (code.startsWith(prefix.first)) {
             found = prefix;
             return true;
@@ -91,15 +88,19 @@ bool SpecialBarcodeRecognizer::findPrefix(const QString& code, Prefix& found) {
     return false;
 }
 
-void SpecialBarcodeRecognizer::reloadIfChanged(DBManager* db) {
+QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefixes() {
+    // The database is asked without the recogniser's lock held: a thread holding the database
+    // in a transaction may scan meanwhile.
+    DBManager* db = fixedDb ? fixedDb : G::dbArticles;
     if (!db || !db->IsOpen()) {
-        prefixes.clear();
-        loadedFrom = nullptr;
-        return;
+        return {};
     }
     const quint64 version = db->GetDataVersion();
-    if (db == loadedFrom && version == loadedVersion) {
-        return;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (db == loadedFrom && version == loadedVersion) {
+            return prefixes;
+        }
     }
     QVector<Prefix> fresh;
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
@@ -119,7 +120,9 @@ void SpecialBarcodeRecognizer::reloadIfChanged(DBManager* db) {
     std::stable_sort(fresh.begin(), fresh.end(), [](const Prefix& a, const Prefix& b) {
         return a.first.size() > b.first.size();
     });
+    std::lock_guard<std::mutex> lock(mutex);
     prefixes = fresh;
     loadedFrom = db;
     loadedVersion = version;
+    return fresh;
 }

@@ -53,7 +53,8 @@ private:
 
     // The longest stored prefix `code` begins with; false when none.
     bool findPrefix(const QString& code, Prefix& found);
-    void reloadIfChanged(DBManager* db);
+    // The stored prefixes, longest first, read again when the database changed.
+    QVector<Prefix> currentPrefixes();
 
     std::mutex mutex;
     DBManager* fixedDb;

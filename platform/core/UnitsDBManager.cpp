@@ -16,17 +16,16 @@ UnitsDBManager::UnitsDBManager() = default;
 UnitsDBManager::~UnitsDBManager() = default;
 
 bool UnitsDBManager::Initialize(DBManager* newDb) {
+    QHash<unsigned int, QSharedPointer<Unit>> fresh;
+    const quint64 version = newDb ? newDb->GetDataVersion() : 0;
+    const bool loaded = newDb && newDb->GetTable(unitsTable) && load(newDb, fresh);
     std::lock_guard<std::mutex> lock(mutex);
-    units.clear();
-    loadedFrom = nullptr;
-    mode = Off;
-    db = nullptr;
-    if (!newDb || !newDb->GetTable(unitsTable) || !reload(newDb)) {
-        return false;
-    }
-    mode = Bound;
-    db = newDb;
-    return true;
+    mode = loaded ? Bound : Off;
+    db = loaded ? newDb : nullptr;
+    loadedFrom = db;
+    loadedVersion = version;
+    units = loaded ? fresh : QHash<unsigned int, QSharedPointer<Unit>>();
+    return loaded;
 }
 
 void UnitsDBManager::Uninitialize() {
@@ -38,15 +37,11 @@ void UnitsDBManager::Uninitialize() {
 }
 
 QSharedPointer<Unit> UnitsDBManager::GetUnit(unsigned int unitNo) {
-    std::lock_guard<std::mutex> lock(mutex);
-    refresh();
-    return units.value(unitNo);
+    return current().value(unitNo);
 }
 
 QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
-    std::lock_guard<std::mutex> lock(mutex);
-    refresh();
-    QList<QSharedPointer<Unit>> all = units.values();
+    QList<QSharedPointer<Unit>> all = current().values();
     std::sort(all.begin(), all.end(),
               [](const QSharedPointer<Unit>& a, const QSharedPointer<Unit>& b) {
                   return a->GetId() < b->GetId();
@@ -54,47 +49,46 @@ QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
     return all;
 }
 
-DBManager* UnitsDBManager::source() const {
-    switch (mode) {
-        case FollowGlobal:
-            return G::dbArticles;
-        case Bound:
-            return db;
-        case Off:
-        default:
-            return nullptr;
+QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
+    // The database is asked without this manager's lock held: a thread holding the database in
+    // a transaction may ask for a unit meanwhile.
+    DBManager* from = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        from = mode == FollowGlobal ? G::dbArticles : (mode == Bound ? db : nullptr);
     }
-}
-
-void UnitsDBManager::refresh() {
-    DBManager* from = source();
     if (!from || !from->IsOpen()) {
-        units.clear();
-        loadedFrom = nullptr;
-        return;
+        return {};
     }
-    if (from != loadedFrom || from->GetDataVersion() != loadedVersion) {
-        reload(from);
-    }
-}
-
-bool UnitsDBManager::reload(DBManager* from) {
     const quint64 version = from->GetDataVersion();
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    if (!from->GetTable(unitsTable) || from->LoadAll(unitsTable, rows) != DB_OPERATION_SUCCESS) {
-        if (from != loadedFrom) {
-            units.clear();  // never answer from another database's units
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (from == loadedFrom && version == loadedVersion) {
+            return units;
         }
-        return false;
     }
     QHash<unsigned int, QSharedPointer<Unit>> fresh;
+    const bool loaded = load(from, fresh);
+    std::lock_guard<std::mutex> lock(mutex);
+    if (loaded) {
+        units = fresh;
+        loadedFrom = from;
+        loadedVersion = version;
+    } else if (from != loadedFrom) {
+        return {};  // never answer from another database's units
+    }
+    return units;
+}
+
+bool UnitsDBManager::load(DBManager* from, QHash<unsigned int, QSharedPointer<Unit>>& fresh) {
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    if (!from->GetTable(unitsTable) || from->LoadAll(unitsTable, rows) != DB_OPERATION_SUCCESS) {
+        return false;
+    }
     for (const DBRow* row : *rows) {
         const unsigned int number = row->GetValue(unitNoColumn).toUInt();
         fresh.insert(
             number, QSharedPointer<Unit>::create(number, row->GetValue(unitNameColumn).toString()));
     }
-    units = fresh;
-    loadedFrom = from;
-    loadedVersion = version;
     return true;
 }

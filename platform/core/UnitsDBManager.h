@@ -35,11 +35,9 @@ public:
 private:
     enum Source { FollowGlobal, Bound, Off };
 
-    // The database to read from now, or null.
-    DBManager* source() const;
-    // Reads the units again when the source or its content changed.
-    void refresh();
-    bool reload(DBManager* from);
+    // The units of the current source, read again when it or its content changed.
+    QHash<unsigned int, QSharedPointer<Unit>> current();
+    static bool load(DBManager* from, QHash<unsigned int, QSharedPointer<Unit>>& fresh);
 
     std::mutex mutex;
     Source mode = FollowGlobal;
