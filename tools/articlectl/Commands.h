@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QStringList>
+
+class Tool;
+
+// The tool's commands; each parses its own arguments and returns the exit code.
+int RunInit(Tool& tool, const QStringList& arguments);
+int RunAdd(Tool& tool, const QStringList& arguments);
+int RunEdit(Tool& tool, const QStringList& arguments);
+int RunDelete(Tool& tool, const QStringList& arguments);
+int RunShow(Tool& tool, const QStringList& arguments);
+int RunList(Tool& tool, const QStringList& arguments);
+int RunNext(Tool& tool, const QStringList& arguments);
+int RunPrev(Tool& tool, const QStringList& arguments);
+int RunFirstFreePlu(Tool& tool, const QStringList& arguments);
+int RunCount(Tool& tool, const QStringList& arguments);
+int RunScan(Tool& tool, const QStringList& arguments);
+int RunSearch(Tool& tool, const QStringList& arguments);
+int RunPrice(Tool& tool, const QStringList& arguments);
+int RunBarcode(Tool& tool, const QStringList& arguments);
+int RunDept(Tool& tool, const QStringList& arguments);
+int RunTax(Tool& tool, const QStringList& arguments);
+int RunPrefix(Tool& tool, const QStringList& arguments);
+int RunImport(Tool& tool, const QStringList& arguments);
+int RunExport(Tool& tool, const QStringList& arguments);
+int RunClear(Tool& tool, const QStringList& arguments);
+int RunStats(Tool& tool, const QStringList& arguments);
+int RunDemo(Tool& tool, const QStringList& arguments);

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QCommandLineParser>
+#include <QJsonValue>
+#include <QStringList>
+#include <QTextStream>
+#include <functional>
+#include <memory>
+
+#include "ArticleManager.h"
+#include "DBManager.h"
+#include "ExitCode.h"
+
+class Tool;
+
+// One command of the tool: its name, a one-line summary and what runs it.
+struct Command {
+    const char* name;
+    const char* summary;
+    int (*run)(Tool& tool, const QStringList& arguments);
+};
+
+// The tool's state for one run: global options, the open databases and the library started the
+// way the register starts it, and the output streams.
+class Tool {
+public:
+    Tool();
+    ~Tool();
+
+    Tool(const Tool&) = delete;
+    Tool& operator=(const Tool&) = delete;
+
+    // Runs the command line (without the program name) and returns the exit code.
+    int Run(const QStringList& arguments);
+
+    // Opens (creating) the databases, publishes them and lets the system manager start the
+    // article manager. False, with the reason printed, when that failed.
+    bool StartLibrary();
+    // The started article manager.
+    ArticleManager& Articles() { return *G::articleManager; }
+    DBManager& Database() { return *articles; }
+
+    const QString& DatabasePath() const { return databasePath; }
+    const QString& ReceiptsPath() const { return receiptsPath; }
+    bool Json() const { return json; }
+    void SetJson(bool on) { json = on; }
+
+    QTextStream& Out() { return out; }
+    QTextStream& Err() { return err; }
+    // Prints "articlectl: <message>" and, when given, what to do about it, on standard error;
+    // returns `code`.
+    int Fail(int code, const QString& message, const QString& hint = QString());
+    // Prints a JSON document on standard output.
+    void PrintJson(const QJsonValue& value);
+    // Runs `work` inside one transaction of the article database: committed when it returns 0,
+    // rolled back otherwise. Returns work's exit code, or 4 when the transaction failed.
+    int InTransaction(const std::function<int()>& work);
+
+    // Parses a command's arguments: options, --help, and the positional arguments it needs
+    // (between `minimum` and `maximum`, -1 for no limit). Returns -1 when the command may go on,
+    // otherwise the exit code to return (0 after --help, 2 for a usage error).
+    int ParseCommand(QCommandLineParser& parser, const QString& command,
+                     const QStringList& arguments, int minimum, int maximum, bool readCommand);
+
+    static const QList<Command>& Commands();
+
+private:
+    int usage(const QString& message);
+    void configureLog(bool verbose);
+
+    QTextStream out;
+    QTextStream err;
+    QString databasePath;
+    QString receiptsPath;
+    bool json = false;
+    bool verbose = false;
+    std::unique_ptr<DBManager> articles;
+    std::unique_ptr<DBManager> receipts;
+};

@@ -1,0 +1,14 @@
+// articlectl: prepares and services a cash register's article catalogue through the register's
+// own article library.
+
+#include <QCoreApplication>
+
+#include "Tool.h"
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("articlectl"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ARTICLECTL_VERSION));
+    Tool tool;
+    return tool.Run(QCoreApplication::arguments().mid(1));
+}
