@@ -1,0 +1,164 @@
+#pragma once
+
+// Internal to the database layer: the state of an open DBManager and the helpers its
+// operations share.
+
+#include <sqlite3.h>
+
+#include <QHash>
+#include <QPair>
+#include <QSet>
+#include <QString>
+#include <QVector>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "DBManager.h"
+#include "SqliteStatement.h"
+#include "StatementCache.h"
+
+namespace DBManagerDetail {
+
+constexpr int logLevelNotice = 3;
+constexpr int logLevelError = 5;
+constexpr int statementCacheCapacity = 128;
+constexpr int busyTimeoutMs = 5000;
+
+// Hands a message to the installed log handler (standard error when none is installed).
+void logMessage(int level, const QString& text);
+void setLogHandler(DBManager::LogHandler handler);
+QString quoteIdentifier(const QString& name);
+// The operation result for an SQLite result code.
+eDBOperationResult resultFor(int rc);
+// `text` with %, _ and \ escaped by \, for LIKE ... ESCAPE '\'.
+QString escapeLikePattern(const QString& text);
+
+}  // namespace DBManagerDetail
+
+class DBManager::Private {
+public:
+    // Pins a cached statement for one use and resets it afterwards.
+    class Lease {
+    public:
+        Lease(StatementCache& cache, SqliteStatement* statement)
+            : cache(cache), statement(statement) {}
+        ~Lease() { cache.Release(statement); }
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+    private:
+        StatementCache& cache;
+        SqliteStatement* statement;
+    };
+
+    // A write made of several statements: BEGIN IMMEDIATE, or a savepoint inside an open
+    // transaction. Rolls back unless committed.
+    class WriteScope {
+    public:
+        explicit WriteScope(Private& owner) : owner(owner) {}
+        ~WriteScope() {
+            if (active) {
+                owner.exec(savepoint ? "ROLLBACK TO dbmanager_write; RELEASE dbmanager_write"
+                                     : "ROLLBACK");
+            }
+        }
+        WriteScope(const WriteScope&) = delete;
+        WriteScope& operator=(const WriteScope&) = delete;
+
+        int Begin() {
+            savepoint = sqlite3_get_autocommit(owner.connection) == 0;
+            const int rc = owner.exec(savepoint ? "SAVEPOINT dbmanager_write" : "BEGIN IMMEDIATE");
+            active = rc == SQLITE_OK;
+            return rc;
+        }
+        int Commit() {
+            const int rc = owner.exec(savepoint ? "RELEASE dbmanager_write" : "COMMIT");
+            if (rc == SQLITE_OK) {
+                active = false;
+            }
+            return rc;
+        }
+
+    private:
+        Private& owner;
+        bool active = false;
+        bool savepoint = false;
+    };
+
+    Private(const QString& fileName, eSchema schema) : fileName(fileName), schema(schema) {}
+
+    int exec(const char* sql);
+
+    eDBOperationResult fail(const char* operation, int rc, const QString& sql = QString());
+
+    eDBOperationResult refuse(const char* operation, eDBOperationResult code, const QString& why);
+
+    bool checkOpen(const char* operation, eDBOperationResult& rc);
+
+    bool writeAllowed(const char* operation, eDBOperationResult& rc);
+
+    // Reads the live schema again when it changed since it was last described. Descriptions of
+    // unchanged tables are kept, so pointers handed out stay the same.
+    void refreshTables() const;
+
+    // The current description of a table, read from the schema when not known yet.
+    DBTable* describe(const QString& name) const;
+
+    SqliteStatement* prepare(const char* operation, const QString& sql, eDBOperationResult& result);
+
+    // Checks every field of a row names a column of `table` and appends them as conditions
+    // joined by AND. Returns false (with `result` set) for an unusable row.
+    bool appendConditions(const char* operation, const DBRow* row, const DBTable* table, bool like,
+                          QString& sql, QVector<QVariant>& values, eDBOperationResult& result);
+
+    // The table a row was built on, as currently described, and a check that the row's fields
+    // all name its columns.
+    const DBTable* rowTable(const char* operation, const DBRow* row, eDBOperationResult& result);
+
+    // Runs a statement that returns rows into DBRows of `table` (columns found by name; a column
+    // the table does not have keeps its name only).
+    eDBOperationResult readRows(const char* operation, const QString& sql,
+                                const QVector<QVariant>& values, const DBTable* table,
+                                QSharedPointer<DBData>& result);
+
+    // Runs a statement that returns one value.
+    eDBOperationResult readValue(const char* operation, const QString& sql,
+                                 const QVector<QVariant>& values, QVariant& value);
+
+    // Runs a statement that returns no rows; `changes` receives the rows it changed.
+    eDBOperationResult write(const char* operation, const QString& sql,
+                             const QVector<QVariant>& values, int* changes = nullptr);
+
+    // A statement over a table with an optional condition text; literals in the condition
+    // become parameters so that the statement is compiled once for every value.
+    static QString withCondition(const QString& head, const QString& where,
+                                 QVector<QVariant>& values);
+
+    void closeNow();
+
+    void notifyObservers(const QString& sql);
+
+    QString fileName;
+    eSchema schema;
+    sqlite3* connection = nullptr;
+    mutable std::recursive_mutex mutex;
+    std::atomic<int> state{STATE_CREATED};
+    mutable StatementCache cache{DBManagerDetail::statementCacheCapacity};
+    mutable QHash<QString, DBTable*> tables;
+    // Every description handed out, kept until close so that pointers stay valid.
+    mutable std::vector<std::unique_ptr<DBTable>> describedTables;
+    mutable qint64 describedSchemaVersion = -1;
+    int schemaVersion = 0;
+    bool writeOnlyInTransaction = false;
+    bool inTransaction = false;
+    std::thread::id transactionOwner;
+    int keepOpen = 0;
+    bool closePending = false;
+    QString lastError;
+    std::mutex observerMutex;
+    QVector<QPair<int, StatementObserver>> observers;
+    int nextObserverId = 1;
+};
