@@ -32,24 +32,31 @@ SpecialBarcodeRecognizer::SpecialBarcodeRecognizer(DBManager* db) : fixedDb(db) 
 
 SpecialBarcodeRecognizer::~SpecialBarcodeRecognizer() = default;
 
-int SpecialBarcodeRecognizer::Ean13CheckDigit(const QString& digits) {
-    if (digits.size() != ean13Length - 1 || !allDigits(digits)) {
-        return -1;
-    }
+namespace {
+
+// The check digit of the 12 digits at `digits`.
+int checkDigit(const QChar* digits) {
     int sum = 0;
-    for (int i = 0; i < digits.size(); ++i) {
+    for (int i = 0; i < ean13Length - 1; ++i) {
         const int digit = digits[i].unicode() - '0';
         sum += (i % 2 == 0) ? digit : 3 * digit;
     }
     return (10 - sum % 10) % 10;
 }
 
-bool SpecialBarcodeRecognizer::IsValidEan13(const QString& code) {
-    if (code.size() != ean13Length) {
-        return false;
+}  // namespace
+
+int SpecialBarcodeRecognizer::Ean13CheckDigit(const QString& digits) {
+    if (digits.size() != ean13Length - 1 || !allDigits(digits)) {
+        return -1;
     }
-    const int check = Ean13CheckDigit(code.left(ean13Length - 1));
-    return check >= 0 && code[ean13Length - 1] == QLatin1Char(static_cast<char>('0' + check));
+    return checkDigit(digits.constData());
+}
+
+bool SpecialBarcodeRecognizer::IsValidEan13(const QString& code) {
+    return code.size() == ean13Length && allDigits(code) &&
+           code[ean13Length - 1] ==
+               QLatin1Char(static_cast<char>('0' + checkDigit(code.constData())));
 }
 
 bool SpecialBarcodeRecognizer::getArticleBarcode(QString scanned, QString& out) {

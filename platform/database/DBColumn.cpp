@@ -18,6 +18,8 @@ DBColumn::DBColumn(const DBTable* table, int index, const QString& name,
     : table(table)
     , index(index)
     , name(name)
+    , quotedName(QLatin1Char('"') + QString(name).replace(QLatin1Char('"'), QLatin1String("\"\"")) +
+                 QLatin1Char('"'))
     , declaredType(declaredType)
     , notNull(notNull)
     , defaultValue(defaultValue)

@@ -21,6 +21,8 @@ public:
     // Position of the column in the table, from 0.
     int GetIndex() const { return index; }
     const QString& GetName() const { return name; }
+    // The name quoted as an SQL identifier.
+    const QString& GetQuotedName() const { return quotedName; }
     // The type as declared in CREATE TABLE, e.g. "INTEGER" or "VARCHAR(40)".
     const QString& GetType() const { return declaredType; }
     // The size in a declared type such as "VARCHAR(40)"; 0 when the type declares none.
@@ -37,6 +39,7 @@ private:
     const DBTable* table;
     int index;
     QString name;
+    QString quotedName;
     QString declaredType;
     bool notNull;
     QString defaultValue;

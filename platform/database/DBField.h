@@ -16,6 +16,8 @@ public:
 
     DBField(const DBField&) = delete;
     DBField& operator=(const DBField&) = delete;
+    DBField(DBField&&) noexcept = default;
+    DBField& operator=(DBField&&) noexcept = default;
 
     // Null when the field names no column of its table.
     const DBColumn* GetColumn() const { return column; }

@@ -243,7 +243,7 @@ bool DBManager::Private::appendConditions(const char* operation, const DBRow* ro
         }
         sql += first ? QStringLiteral(" WHERE ") : QStringLiteral(" AND ");
         first = false;
-        sql += quoteIdentifier(column->GetName());
+        sql += column->GetQuotedName();
         if (!field->GetValue().isValid()) {
             sql += QStringLiteral(" IS NULL");
         } else {
@@ -292,24 +292,15 @@ eDBOperationResult DBManager::Private::readRows(const char* operation, const QSt
     if (rc != SQLITE_OK) {
         return fail(operation, rc, sql);
     }
-    const int columnCount = statement->ColumnCount();
-    QVector<const DBColumn*> columns(columnCount, nullptr);
-    QVector<QString> names(columnCount);
-    for (int i = 0; i < columnCount; ++i) {
-        names[i] = statement->ColumnName(i);
-        if (table) {
-            const QVector<const DBColumn*>& known = table->GetColumns();
-            columns[i] = (i < known.size() && known[i]->GetName() == names[i])
-                             ? known[i]
-                             : table->GetColumn(names[i]);
-        }
-    }
+    const QVector<QString>& names = statement->ColumnNames();
+    const QVector<const DBColumn*>& columns = statement->ColumnsOf(table);
+    const int columnCount = names.size();
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
     while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
         auto* row = new DBRow(table);
+        row->ReserveFields(columnCount);
         for (int i = 0; i < columnCount; ++i) {
-            row->AppendField(columns[i] ? new DBField(columns[i], statement->ColumnValue(i))
-                                        : new DBField(names[i], statement->ColumnValue(i)));
+            row->AppendField(columns[i], names[i], statement->ColumnValue(i));
         }
         rows->AppendRow(row);
     }
@@ -368,8 +359,7 @@ QString DBManager::Private::withCondition(const QString& head, const QString& wh
     if (where.trimmed().isEmpty()) {
         return head;
     }
-    const SqlLiteralParameterizer::Result fragment =
-        SqlLiteralParameterizer::ParameterizeFragment(where);
+    const SqlLiteralParameterizer::Result fragment = parameterizer.ParameterizeFragment(where);
     values += fragment.values;
     return head + QStringLiteral(" WHERE ") + fragment.text;
 }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "DBManager.h"
+#include "SqlLiteralParameterizer.h"
 #include "SqliteStatement.h"
 #include "StatementCache.h"
 
@@ -134,8 +135,7 @@ public:
 
     // A statement over a table with an optional condition text; literals in the condition
     // become parameters so that the statement is compiled once for every value.
-    static QString withCondition(const QString& head, const QString& where,
-                                 QVector<QVariant>& values);
+    QString withCondition(const QString& head, const QString& where, QVector<QVariant>& values);
 
     void closeNow();
 
@@ -147,6 +147,7 @@ public:
     mutable std::recursive_mutex mutex;
     std::atomic<int> state{STATE_CREATED};
     mutable StatementCache cache{DBManagerDetail::statementCacheCapacity};
+    SqlLiteralParameterizer parameterizer;
     mutable QHash<QString, DBTable*> tables;
     // Every description handed out, kept until close so that pointers stay valid.
     mutable std::vector<std::unique_ptr<DBTable>> describedTables;

@@ -3,21 +3,44 @@
 DBRow::DBRow(const DBTable* table) : table(table) {}
 
 DBRow::DBRow(const DBTable* table, const QVector<DBField*>& fields)
-    : table(table), fields(fields) {}
+    : table(table), fields(fields), owned(fields) {}
 
 DBRow::~DBRow() {
-    qDeleteAll(fields);
+    qDeleteAll(owned);
+}
+
+void DBRow::ReserveFields(int count) {
+    fields.reserve(count);
+    if (madeHere.empty()) {
+        madeHere.reserve(static_cast<size_t>(count));
+    }
 }
 
 bool DBRow::AppendField(const QString& columnName, const QVariant& value) {
     const DBColumn* column = table ? table->GetColumn(columnName) : nullptr;
-    fields.append(column ? new DBField(column, value) : new DBField(columnName, value));
+    AppendField(column, columnName, value);
     return column != nullptr;
+}
+
+void DBRow::AppendField(const DBColumn* column, const QString& columnName, const QVariant& value) {
+    if (madeHere.size() < madeHere.capacity()) {
+        if (column) {
+            madeHere.emplace_back(column, value);
+        } else {
+            madeHere.emplace_back(columnName, value);
+        }
+        fields.append(&madeHere.back());
+        return;
+    }
+    DBField* field = column ? new DBField(column, value) : new DBField(columnName, value);
+    fields.append(field);
+    owned.append(field);
 }
 
 void DBRow::AppendField(DBField* field) {
     if (field) {
         fields.append(field);
+        owned.append(field);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QVariant>
 #include <QVector>
+#include <vector>
 
 #include "DBField.h"
 #include "DBTable.h"
@@ -27,6 +28,11 @@ public:
     bool AppendField(const QString& columnName, const QVariant& value);
     // Takes ownership of the field.
     void AppendField(DBField* field);
+    // Appends a field for a column already looked up (null: a column the table lacks, known by
+    // `columnName`).
+    void AppendField(const DBColumn* column, const QString& columnName, const QVariant& value);
+    // Makes room for that many fields in one go.
+    void ReserveFields(int count);
 
     const DBTable* GetTable() const { return table; }
     const QVector<DBField*>& GetFields() const { return fields; }
@@ -39,4 +45,9 @@ public:
 private:
     const DBTable* table;
     QVector<DBField*> fields;
+    // Fields the row made itself live here while the reserved room lasts (it is never
+    // reallocated, so pointers stay valid); the others, and fields handed in, are owned
+    // through `owned`.
+    std::vector<DBField> madeHere;
+    QVector<DBField*> owned;
 };

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 
-DBTable::DBTable(const QString& name, const QVector<ColumnInfo>& infos) : name(name) {
+DBTable::DBTable(const QString& name, const QVector<ColumnInfo>& infos)
+    : name(name)
+    , quotedName(QLatin1Char('"') + QString(name).replace(QLatin1Char('"'), QLatin1String("\"\"")) +
+                 QLatin1Char('"')) {
     int index = 0;
     for (const ColumnInfo& info : infos) {
         columns.push_back(std::make_unique<DBColumn>(this, index++, info.name, info.declaredType,

@@ -28,6 +28,8 @@ public:
     DBTable& operator=(const DBTable&) = delete;
 
     const QString& GetName() const { return name; }
+    // The name quoted as an SQL identifier.
+    const QString& GetQuotedName() const { return quotedName; }
     // The column of exactly that name (rows are read by case-sensitive column names), or null
     // when the table has none.
     const DBColumn* GetColumn(const QString& name) const;
@@ -38,6 +40,7 @@ public:
 
 private:
     QString name;
+    QString quotedName;
     std::vector<std::unique_ptr<DBColumn>> columns;
     QVector<const DBColumn*> columnList;
     QVector<const DBColumn*> primaryKey;

@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include "DBTable.h"
+
 #include <QDate>
 #include <QDateTime>
 #include <limits>
@@ -110,4 +112,36 @@ int SqliteStatement::ColumnCount() const {
 
 QString SqliteStatement::ColumnName(int column) const {
     return QString::fromUtf8(sqlite3_column_name(statement, column));
+}
+
+const QVector<QString>& SqliteStatement::ColumnNames() {
+    const int count = ColumnCount();
+    // SQLite may recompile a statement after a schema change; "SELECT *" then has other columns.
+    if (names.size() != count) {
+        names.resize(count);
+        mappedTable = nullptr;
+    }
+    if (count > 0 && names.first().isNull()) {
+        for (int i = 0; i < count; ++i) {
+            names[i] = ColumnName(i);
+        }
+    }
+    return names;
+}
+
+const QVector<const DBColumn*>& SqliteStatement::ColumnsOf(const DBTable* table) {
+    const QVector<QString>& columnNames = ColumnNames();
+    if (table != mappedTable || mappedColumns.size() != columnNames.size()) {
+        mappedColumns.fill(nullptr, columnNames.size());
+        if (table) {
+            const QVector<const DBColumn*>& known = table->GetColumns();
+            for (int i = 0; i < columnNames.size(); ++i) {
+                mappedColumns[i] = (i < known.size() && known[i]->GetName() == columnNames[i])
+                                       ? known[i]
+                                       : table->GetColumn(columnNames[i]);
+            }
+        }
+        mappedTable = table;
+    }
+    return mappedColumns;
 }

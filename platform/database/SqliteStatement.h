@@ -6,6 +6,8 @@
 
 struct sqlite3;
 struct sqlite3_stmt;
+class DBColumn;
+class DBTable;
 
 // Owns one prepared statement. Internal to the database layer.
 class SqliteStatement {
@@ -31,8 +33,16 @@ public:
     QVariant ColumnValue(int column) const;
     int ColumnCount() const;
     QString ColumnName(int column) const;
+    // The names of the result columns, read once per compiled shape of the statement.
+    const QVector<QString>& ColumnNames();
+    // For each result column, the column of `table` of that name (null where it has none);
+    // worked out once per table description.
+    const QVector<const DBColumn*>& ColumnsOf(const DBTable* table);
 
 private:
     sqlite3_stmt* statement;
     QString text;
+    QVector<QString> names;
+    const DBTable* mappedTable = nullptr;
+    QVector<const DBColumn*> mappedColumns;
 };

@@ -1,7 +1,7 @@
 #include "ArticleSeeker.h"
 
-#include <QHash>
 #include <algorithm>
+#include <cstring>
 
 #include "ArticleBarcodeManager.h"
 #include "ArticleManager.h"
@@ -85,33 +85,113 @@ enum ArticleSlot {
     SlotLinkPluNo,
 };
 
-const QHash<QString, int>& articleSlots() {
-    static const QHash<QString, int> columnSlots{
-        {A::id, SlotId},
-        {A::pluNo, SlotPluNo},
-        {A::name, SlotName},
-        {A::taxRateNo, SlotTaxRateNo},
-        {A::deptNo, SlotDeptNo},
-        {A::quantityPrecision, SlotQuantityPrecision},
-        {A::unitNo, SlotUnitNo},
-        {A::saleBlocked, SlotSaleBlocked},
-        {A::mainBarcode, SlotMainBarcode},
-        {A::price, SlotPrice},
-        {A::isPack, SlotIsPack},
-        {A::discSurBlock, SlotDiscSurBlock},
-        {A::freePriceAllow, SlotFreePriceAllow},
-        {A::onHandyList, SlotOnHandyList},
-        {A::scaleNo, SlotScaleNo},
-        {A::linkPluNo, SlotLinkPluNo},
+// The slot of an Article column name, -1 for other names. Picks by length first: this runs
+// for every field of every row read.
+int slotOf(const QString& name) {
+    // Lengths are equal within each case below; the characters are compared in place.
+    auto is = [&name](const QString& column) {
+        return std::memcmp(name.constData(), column.constData(), sizeof(QChar) * name.size()) == 0;
     };
-    return columnSlots;
+    switch (name.size()) {
+        case 2:
+            return is(A::id) ? SlotId : -1;
+        case 5:
+            return is(A::price) ? SlotPrice : -1;
+        case 6:
+            return is(A::pluNo) ? SlotPluNo : -1;
+        case 7:
+            return is(A::deptNo)   ? SlotDeptNo
+                   : is(A::unitNo) ? SlotUnitNo
+                   : is(A::isPack) ? SlotIsPack
+                                   : -1;
+        case 8:
+            return is(A::name) ? SlotName : is(A::scaleNo) ? SlotScaleNo : -1;
+        case 9:
+            return is(A::saleBlocked) ? SlotSaleBlocked : -1;
+        case 11:
+            return is(A::taxRateNo) ? SlotTaxRateNo : is(A::linkPluNo) ? SlotLinkPluNo : -1;
+        case 12:
+            return is(A::mainBarcode) ? SlotMainBarcode : -1;
+        case 13:
+            return is(A::onHandyList) ? SlotOnHandyList : -1;
+        case 14:
+            return is(A::discSurBlock) ? SlotDiscSurBlock : -1;
+        case 16:
+            return is(A::freePriceAllow) ? SlotFreePriceAllow : -1;
+        case 18:
+            return is(A::quantityPrecision) ? SlotQuantityPrecision : -1;
+        default:
+            return -1;
+    }
 }
 
 QString decimal(unsigned int value) {
     return QString::number(value, 10);
 }
 
+// The integer a column holds; rows from SQLite carry qlonglong, read in place.
+qlonglong integerOf(const QVariant& value) {
+    return value.userType() == QMetaType::LongLong
+               ? *static_cast<const qlonglong*>(value.constData())
+               : value.toLongLong();
+}
+
+QString textOf(const QVariant& value) {
+    return value.userType() == QMetaType::QString ? *static_cast<const QString*>(value.constData())
+                                                  : value.toString();
+}
+
 void assignSlot(Article& article, int slot, const QVariant& value) {
+    if (value.userType() == QMetaType::LongLong) {
+        // The common case, without QVariant's conversions: integers truncated to the field.
+        const qlonglong number = integerOf(value);
+        switch (slot) {
+            case SlotId:
+                article.id = static_cast<unsigned int>(number);
+                return;
+            case SlotPluNo:
+                article.pluNo = static_cast<unsigned int>(number);
+                return;
+            case SlotTaxRateNo:
+                article.taxRateNo = static_cast<unsigned char>(number);
+                return;
+            case SlotDeptNo:
+                article.deptNo = static_cast<unsigned char>(number);
+                return;
+            case SlotQuantityPrecision:
+                article.quantityPrecision = static_cast<unsigned char>(number);
+                return;
+            case SlotUnitNo:
+                article.unitNo = static_cast<unsigned char>(number);
+                return;
+            case SlotSaleBlocked:
+                article.saleBlocked = number != 0;
+                return;
+            case SlotPrice:
+                article.price = static_cast<qint64>(static_cast<unsigned int>(number));
+                return;
+            case SlotIsPack:
+                article.isPack = number != 0;
+                return;
+            case SlotDiscSurBlock:
+                article.discSurBlock = number != 0;
+                return;
+            case SlotFreePriceAllow:
+                article.freePriceAllow = number != 0;
+                return;
+            case SlotOnHandyList:
+                article.onHandyList = number != 0;
+                return;
+            case SlotScaleNo:
+                article.scaleNo = static_cast<unsigned char>(number);
+                return;
+            case SlotLinkPluNo:
+                article.linkPluNo = static_cast<unsigned int>(number);
+                return;
+            default:
+                break;
+        }
+    }
     switch (slot) {
         case SlotId:
             article.id = value.toUInt();
@@ -120,7 +200,7 @@ void assignSlot(Article& article, int slot, const QVariant& value) {
             article.pluNo = value.toUInt();
             break;
         case SlotName:
-            article.name = value.toString();
+            article.name = textOf(value);
             break;
         case SlotTaxRateNo:
             article.taxRateNo = static_cast<unsigned char>(value.toInt());
@@ -138,7 +218,7 @@ void assignSlot(Article& article, int slot, const QVariant& value) {
             article.saleBlocked = value.toBool();
             break;
         case SlotMainBarcode:
-            article.mainBarcode = value.toString();
+            article.mainBarcode = textOf(value);
             break;
         case SlotPrice:
             // The price column is read as 32 bits and widened.
@@ -244,7 +324,7 @@ int ArticleSeeker::findArticle(const QString& column, const QVariant& key, Artic
     if (onlyHandyList) {
         row->AppendField(A::onHandyList, true);
     }
-    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
+    QSharedPointer<DBData> result;
     if (db->Load(singleRowQuery(row), DBManager::LOAD_MODE_BY_KEY, result, false, QString(), 0) !=
         DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, errorMessage);
@@ -261,11 +341,10 @@ void ArticleSeeker::BuildArticleFromDbData(DBRow* row, Article* article) {
     if (!row || !article) {
         return;
     }
-    const QHash<QString, int>& columnSlots = articleSlots();
     for (const DBField* field : row->GetFields()) {
-        const auto slot = columnSlots.constFind(field->GetColumnName());
-        if (slot != columnSlots.constEnd()) {
-            assignSlot(*article, slot.value(), field->GetValue());
+        const int slot = slotOf(field->GetColumnName());
+        if (slot >= 0) {
+            assignSlot(*article, slot, field->GetValue());
         }
     }
     article->unitName = unitNameOf(article->unitNo);
@@ -539,10 +618,15 @@ int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article
             searched = articleBarcode;
         }
     }
-    QString sql = byBarcodeSelect + A::table + QStringLiteral(" a, ") + B::table +
-                  QStringLiteral(" b                 WHERE a.id == b.") + B::articleId +
-                  QStringLiteral("                 AND b.") + B::barcode + QStringLiteral(" = \"") +
-                  searched + QLatin1Char('"');
+    static const QString head = byBarcodeSelect + A::table + QStringLiteral(" a, ") + B::table +
+                                QStringLiteral(" b                 WHERE a.id == b.") +
+                                B::articleId + QStringLiteral("                 AND b.") +
+                                B::barcode + QStringLiteral(" = \"");
+    QString sql;
+    sql.reserve(head.size() + searched.size() + 32);
+    sql += head;
+    sql += searched;
+    sql += QLatin1Char('"');
     if (onlyHandyList) {
         sql += QStringLiteral(" AND a.on_handy_list == 1");
     }
