@@ -146,8 +146,8 @@ QString ean13(const QString& twelve) {
 
 }  // namespace
 
-CatalogueGenerator::CatalogueGenerator(quint64 seed, int gapEvery)
-    : seed(seed), gapEvery(gapEvery) {}
+CatalogueGenerator::CatalogueGenerator(quint64 seed, int gapEvery, int gapsFrom)
+    : seed(seed), gapEvery(gapEvery), gapsFrom(gapsFrom) {}
 
 int CatalogueGenerator::Capacity() {
     return combinations;
@@ -162,7 +162,9 @@ quint64 CatalogueGenerator::mix(quint64 value) const {
 }
 
 unsigned int CatalogueGenerator::PluOf(int index) const {
-    const unsigned int gaps = gapEvery > 0 ? static_cast<unsigned int>(index / gapEvery) : 0;
+    const unsigned int gaps = gapEvery > 0 && index >= gapsFrom
+                                  ? static_cast<unsigned int>((index - gapsFrom) / gapEvery)
+                                  : 0;
     return static_cast<unsigned int>(index) + 1 + gaps;
 }
 

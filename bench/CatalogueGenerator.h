@@ -25,8 +25,9 @@ struct GeneratedDept {
 // same seed and size always give the same catalogue, article by article.
 class CatalogueGenerator {
 public:
-    // `gapEvery` > 0 leaves one PLU unused after every that many articles.
-    explicit CatalogueGenerator(quint64 seed = 2026, int gapEvery = 50);
+    // `gapEvery` > 0 leaves one PLU unused after every that many articles, from article
+    // `gapsFrom` on.
+    explicit CatalogueGenerator(quint64 seed = 2026, int gapEvery = 50, int gapsFrom = 0);
 
     // Article number `index` (from 0).
     GeneratedArticle Generate(int index) const;
@@ -45,4 +46,5 @@ private:
 
     quint64 seed;
     int gapEvery;
+    int gapsFrom;
 };
