@@ -88,9 +88,12 @@ eDBOperationResult DBManager::Open() {
         rc = d->exec("PRAGMA synchronous = FULL");
     }
     if (rc == SQLITE_OK) {
-        // Reads come from the mapped file instead of a copy per page; a 32-bit register maps less.
-        rc = d->exec(sizeof(void*) == 4 ? "PRAGMA mmap_size = 268435456"
-                                        : "PRAGMA mmap_size = 1073741824");
+        // A bounded page cache rather than a mapped file: every mapped page a search or a scan
+        // touches would stay in the register's resident memory.
+        rc = d->exec("PRAGMA mmap_size = 0");
+    }
+    if (rc == SQLITE_OK) {
+        rc = d->exec("PRAGMA cache_size = -4096");
     }
     if (rc == SQLITE_OK) {
         rc = UnicodeSqlFunctions::Register(d->connection);
@@ -180,6 +183,11 @@ eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMod
     if (!table) {
         return outcome;
     }
+    if (like && query->GetRow(0)->FieldCount() == 1 &&
+        d->loadLikeByIndex(table, query->GetRow(0)->GetFields().first(), mode, order, limit, result,
+                           outcome)) {
+        return outcome;
+    }
     QString sql;
     sql.reserve(128);
     sql += QStringLiteral("SELECT * FROM ");
@@ -250,6 +258,12 @@ eDBOperationResult DBManager::LoadPrefix(const QString& table, const QString& co
         return outcome;
     }
     const DBTable* described = d->describe(table);
+    const DBColumn* searched = described ? described->GetColumn(column) : nullptr;
+    const DBColumn* ordered = described ? described->GetColumn(orderColumn) : nullptr;
+    if (ignoreCase && searched && (orderColumn.isEmpty() || ordered) &&
+        d->loadPrefixByIndex(described, searched, prefix, ordered, result, outcome)) {
+        return outcome;
+    }
     QString sql = QStringLiteral("SELECT * FROM ") + quoteIdentifier(table);
     QVector<QVariant> values;
     if (ignoreCase) {
@@ -263,7 +277,9 @@ eDBOperationResult DBManager::LoadPrefix(const QString& table, const QString& co
         values.append(prefix);
     }
     if (!orderColumn.isEmpty()) {
-        sql += QStringLiteral(" ORDER BY ") + quoteIdentifier(orderColumn);
+        // Rows that tie keep row order, so that every run lists them alike.
+        sql +=
+            QStringLiteral(" ORDER BY ") + quoteIdentifier(orderColumn) + QStringLiteral(", rowid");
     }
     return d->readRows(operation, sql, values, described, result);
 }
@@ -645,6 +661,11 @@ eDBOperationResult DBManager::MinUnusedValue(const QString& table, const QString
     std::lock_guard<std::recursive_mutex> lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    const DBTable* described = d->describe(table);
+    const DBColumn* counted = described ? described->GetColumn(column) : nullptr;
+    if (counted && d->minUnusedByIndex(described, counted, value, outcome)) {
         return outcome;
     }
     const QString t = quoteIdentifier(table);

@@ -190,6 +190,7 @@ void DBManager::Private::refreshTables() const {
     sqlite3_finalize(info);
     tables = fresh;
     describedSchemaVersion = version;
+    describeSearchPaths();
 }
 
 DBTable* DBManager::Private::describe(const QString& name) const {
@@ -292,23 +293,29 @@ eDBOperationResult DBManager::Private::readRows(const char* operation, const QSt
     if (rc != SQLITE_OK) {
         return fail(operation, rc, sql);
     }
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    rc = appendRows(statement, table, *rows);
+    if (rc != SQLITE_DONE) {
+        return fail(operation, rc, sql);
+    }
+    result = rows;
+    return DB_OPERATION_SUCCESS;
+}
+
+int DBManager::Private::appendRows(SqliteStatement* statement, const DBTable* table, DBData& rows) {
     const QVector<QString>& names = statement->ColumnNames();
     const QVector<const DBColumn*>& columns = statement->ColumnsOf(table);
     const int columnCount = names.size();
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    int rc = SQLITE_OK;
     while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
         auto* row = new DBRow(table);
         row->ReserveFields(columnCount);
         for (int i = 0; i < columnCount; ++i) {
             row->AppendField(columns[i], names[i], statement->ColumnValue(i));
         }
-        rows->AppendRow(row);
+        rows.AppendRow(row);
     }
-    if (rc != SQLITE_DONE) {
-        return fail(operation, rc, sql);
-    }
-    result = rows;
-    return DB_OPERATION_SUCCESS;
+    return rc;
 }
 
 eDBOperationResult DBManager::Private::readValue(const char* operation, const QString& sql,

@@ -121,6 +121,39 @@ public:
 
     // Runs a statement that returns rows into DBRows of `table` (columns found by name; a column
     // the table does not have keeps its name only).
+    // Steps a bound statement to its end, appending its rows; returns the last SQLite code
+    // (SQLITE_DONE when all went well).
+    static int appendRows(SqliteStatement* statement, const DBTable* table, DBData& rows);
+
+    // A trigram index (FTS5) over some of a table's columns.
+    struct TrigramIndex {
+        QString quotedName;
+        QString quotedContent;  // the table it indexes
+        QSet<QString> columns;
+    };
+
+    // The indexed search paths (TextSearch.cpp). Each returns false when it cannot serve the
+    // request, which then takes the plain path; true with `outcome` and `result` set otherwise.
+
+    // Finds the trigram indexes and the indexed columns of the live schema.
+    void describeSearchPaths() const;
+    // Load with LIKE patterns on one column.
+    bool loadLikeByIndex(const DBTable* table, const DBField* field, eLoadMode mode,
+                         const QString& order, int limit, QSharedPointer<DBData>& result,
+                         eDBOperationResult& outcome);
+    // LoadPrefix, ignoring case.
+    bool loadPrefixByIndex(const DBTable* table, const DBColumn* column, const QString& prefix,
+                           const DBColumn* orderColumn, QSharedPointer<DBData>& result,
+                           eDBOperationResult& outcome);
+    // An FTS5 query for the rows holding the rarest trigrams of `run`, or empty when the run
+    // cannot be looked up that way.
+    QString trigramQuery(const TrigramIndex& index, const QString& run);
+    // Roughly how many rows a trigram index covers (its table's largest rowid).
+    double estimatedRows(const TrigramIndex& index);
+    // MinUnusedValue on a column with a unique index.
+    bool minUnusedByIndex(const DBTable* table, const DBColumn* column, QVariant& value,
+                          eDBOperationResult& outcome);
+
     eDBOperationResult readRows(const char* operation, const QString& sql,
                                 const QVector<QVariant>& values, const DBTable* table,
                                 QSharedPointer<DBData>& result);
@@ -152,6 +185,32 @@ public:
     // Every description handed out, kept until close so that pointers stay valid.
     mutable std::vector<std::unique_ptr<DBTable>> describedTables;
     mutable qint64 describedSchemaVersion = -1;
+    // What the indexed search paths may use, by table name.
+    mutable QHash<QString, TrigramIndex> trigramIndexes;
+    mutable QHash<QString, QSet<QString>> leadingIndexColumns;
+    mutable QHash<QString, QSet<QString>> uniqueColumns;
+    // Capped counts of index entries per trigram, to ask the index for the rarest.
+    static constexpr int maxRememberedTrigrams = 20000;
+    QHash<QString, int> trigramFrequencies;
+    // The candidates of the last index lookup: the incremental search asks for the same run
+    // twice in a row (as a prefix, then as an infix). Valid while the database is unchanged.
+    struct SearchCandidate {
+        qint64 rowid;
+        int type;  // SQLite storage class of the text
+        QByteArray text;
+    };
+    struct CandidateMemo {
+        QString lookup;  // table, column and index query
+        qint64 dataVersion = -1;
+        qint64 changes = -1;
+        qint64 schemaVersion = -1;
+        QVector<SearchCandidate> rows;
+    } candidateMemo;
+    static constexpr int maxMemoCandidates = 4096;
+    // Fills `rows` with the rows of `table` the index query `match` finds, with `column`'s
+    // text; false on a database error.
+    bool searchCandidates(const DBTable* table, const DBColumn* column, const QString& quotedIndex,
+                          const QString& match, QVector<SearchCandidate>& rows);
     int schemaVersion = 0;
     bool writeOnlyInTransaction = false;
     bool inTransaction = false;

@@ -1,0 +1,626 @@
+// The indexed paths of the text searches and of MinUnusedValue. Each gives exactly the rows,
+// in exactly the order, of the plain statement it stands in for; it only reads fewer of them:
+//
+//  - LIKE patterns holding a run of 3 or more ordinary characters ask a trigram index (FTS5)
+//    for the rows containing that run's trigrams, then check each candidate with the same
+//    case-folding LIKE the plain statement uses, and sort and cap them as it would;
+//  - prefixes ask the trigram index, or for short prefixes walk an ordinary index once per
+//    case form of their first letters;
+//  - the smallest unused value gallops over a unique index, then bisects the stride that holds
+//    the first gap.
+
+#include <QRegularExpression>
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+
+#include "DBManagerPrivate.h"
+#include "UnicodeText.h"
+
+using namespace DBManagerDetail;
+
+namespace {
+
+// The shortest run of ordinary characters the trigram index can look for.
+constexpr int trigramLength = 3;
+// Trigrams of a run considered, and how many of the rarest the index is asked for: the index has
+// no positions, so more trigrams narrow the candidates little but cost whole index lists.
+constexpr int maxTrigrams = 12;
+constexpr int askedTrigrams = 3;
+// Index entries read to tell a common trigram from a rare one.
+constexpr int frequencyCap = 50000;
+// What fetching and checking one candidate row costs, against reading one index entry.
+constexpr double candidateCost = 40;
+// Case forms of a prefix's first letters walked on an ordinary index.
+constexpr int maxPrefixForms = 8;
+
+// Characters whose case folding SQLite's trigram tokenizer and this layer's LIKE agree on:
+// ASCII and the Latin letters of Central Europe. Runs holding others take the plain path.
+bool foldsAlike(QChar c) {
+    const ushort u = c.unicode();
+    if (u < 0x80) {
+        return u >= 0x20;
+    }
+    if (u >= 0xC0 && u <= 0x17F) {
+        return u != 0xD7 && u != 0xF7 && u != 0xDF && u != 0x130 && u != 0x131 && u != 0x149 &&
+               u != 0x17F;
+    }
+    return false;
+}
+
+// The longest run of ordinary characters in a LIKE pattern (% and _ are wildcards; after
+// `escape` a character is ordinary).
+QString longestRun(const QString& pattern, QChar escape) {
+    QString best;
+    QString current;
+    for (int i = 0; i < pattern.size(); ++i) {
+        QChar c = pattern[i];
+        if (!escape.isNull() && c == escape && i + 1 < pattern.size()) {
+            current.append(pattern[++i]);
+            continue;
+        }
+        if (c == QLatin1Char('%') || c == QLatin1Char('_')) {
+            if (current.size() > best.size()) {
+                best = current;
+            }
+            current.clear();
+            continue;
+        }
+        current.append(c);
+    }
+    return current.size() > best.size() ? current : best;
+}
+
+bool allFoldAlike(const QString& text) {
+    return std::all_of(text.cbegin(), text.cend(), foldsAlike);
+}
+
+// The trigrams of a run with their positions, at most `maxTrigrams` spread over it.
+QVector<QPair<int, QString>> trigramsOf(const QString& run) {
+    QVector<QPair<int, QString>> trigrams;
+    const int count = run.size() - trigramLength + 1;
+    const int step = qMax(1, count / maxTrigrams);
+    for (int i = 0; i < count; i += step) {
+        trigrams.append(qMakePair(i, run.mid(i, trigramLength).toLower()));
+    }
+    return trigrams;
+}
+
+QString phrase(QString trigram) {
+    trigram.replace(QLatin1Char('"'), QLatin1String("\"\""));
+    return QLatin1Char('"') + trigram + QLatin1Char('"');
+}
+
+// The ORDER BY expressions the indexed paths reproduce: the column itself, or its UPPER.
+enum class SortKey { Rowid, Column, UpperColumn, Unsupported };
+
+SortKey sortKeyOf(const QString& order, const QString& column) {
+    const QString expression = order.trimmed();
+    if (expression.isEmpty()) {
+        return SortKey::Rowid;
+    }
+    const QString bare = column;
+    const QString quoted = QLatin1Char('"') + column + QLatin1Char('"');
+    if (expression == bare || expression == quoted) {
+        return SortKey::Column;
+    }
+    static const QRegularExpression upper(QStringLiteral("^upper\\s*\\(\\s*(.*?)\\s*\\)$"),
+                                          QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch match = upper.match(expression);
+    if (match.hasMatch() && (match.captured(1) == bare || match.captured(1) == quoted)) {
+        return SortKey::UpperColumn;
+    }
+    return SortKey::Unsupported;
+}
+
+// Whether a table's rows are in rowid order under its key: no declared key, or an INTEGER
+// PRIMARY KEY (which is the rowid).
+bool keyIsRowid(const DBTable* table) {
+    const QVector<const DBColumn*>& key = table->GetPrimaryKey();
+    return key.isEmpty() ||
+           (key.size() == 1 &&
+            key.first()->GetType().compare(QLatin1String("INTEGER"), Qt::CaseInsensitive) == 0);
+}
+
+struct Candidate {
+    QByteArray key;
+    qint64 rowid;
+    bool operator<(const Candidate& other) const {
+        const int byKey = std::memcmp(key.constData(), other.key.constData(),
+                                      static_cast<size_t>(qMin(key.size(), other.key.size())));
+        if (byKey != 0) {
+            return byKey < 0;
+        }
+        if (key.size() != other.key.size()) {
+            return key.size() < other.key.size();
+        }
+        return rowid < other.rowid;
+    }
+};
+
+// The text of a result column as SQLite stores it (UTF-8).
+QByteArray columnBytes(sqlite3_stmt* statement, int column) {
+    return QByteArray(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
+                      sqlite3_column_bytes(statement, column));
+}
+
+}  // namespace
+
+double DBManager::Private::estimatedRows(const TrigramIndex& index) {
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* largest = cache.Acquire(
+        QStringLiteral("SELECT MAX(rowid) FROM ") + index.quotedContent, rc, multiple);
+    if (!largest) {
+        return 0;
+    }
+    Lease lease(cache, largest);
+    return sqlite3_step(largest->Handle()) == SQLITE_ROW
+               ? double(sqlite3_column_int64(largest->Handle(), 0))
+               : 0;
+}
+
+QString DBManager::Private::trigramQuery(const TrigramIndex& index, const QString& run) {
+    const QString& quotedIndex = index.quotedName;
+    if (run.size() < trigramLength || !allFoldAlike(run)) {
+        return QString();
+    }
+    // The rarest trigrams, by a capped count remembered per trigram; the counts only steer
+    // the choice, so they may grow stale without harm.
+    struct Choice {
+        int frequency;
+        int position;
+        QString trigram;
+    };
+    QVector<Choice> choices;
+    for (const QPair<int, QString>& candidate : trigramsOf(run)) {
+        const QString& trigram = candidate.second;
+        const QString key = quotedIndex + QLatin1Char('\x1f') + trigram;
+        auto known = trigramFrequencies.constFind(key);
+        if (known == trigramFrequencies.constEnd()) {
+            int rc = SQLITE_OK;
+            bool multiple = false;
+            SqliteStatement* counter = cache.Acquire(
+                QStringLiteral("SELECT COUNT(*) FROM (SELECT 1 FROM %1 WHERE %1 MATCH ? LIMIT %2)")
+                    .arg(quotedIndex)
+                    .arg(frequencyCap),
+                rc, multiple);
+            if (!counter) {
+                return QString();
+            }
+            Lease lease(cache, counter);
+            counter->Bind(1, phrase(trigram));
+            if (sqlite3_step(counter->Handle()) != SQLITE_ROW) {
+                return QString();
+            }
+            if (trigramFrequencies.size() > maxRememberedTrigrams) {
+                trigramFrequencies.clear();
+            }
+            known = trigramFrequencies.insert(key, sqlite3_column_int(counter->Handle(), 0));
+        }
+        choices.append(Choice{known.value(), candidate.first, trigram});
+    }
+    // The set of up to `askedTrigrams` non-overlapping trigrams (overlapping ones mostly come
+    // together, so they narrow little) that costs least: every index list read, plus every
+    // candidate row fetched and checked, estimating the candidates as if the trigrams were
+    // independent. A count at the cap stands for a list of unknown length, taken as long.
+    const double rows = qMax<double>(estimatedRows(index), frequencyCap);
+    auto length = [](const Choice& choice) {
+        return choice.frequency >= frequencyCap ? 4.0 * frequencyCap : double(choice.frequency);
+    };
+    QVector<int> best;
+    double bestCost = 0;
+    QVector<int> chosen;
+    std::function<void(int, double, double)> consider = [&](int from, double read, double share) {
+        if (!chosen.isEmpty()) {
+            const double cost = read + candidateCost * rows * share;
+            if (best.isEmpty() || cost < bestCost) {
+                best = chosen;
+                bestCost = cost;
+            }
+        }
+        if (chosen.size() == askedTrigrams) {
+            return;
+        }
+        for (int i = from; i < choices.size(); ++i) {
+            const Choice& choice = choices[i];
+            const bool fits = std::none_of(chosen.cbegin(), chosen.cend(), [&](int taken) {
+                return qAbs(choices[taken].position - choice.position) < trigramLength ||
+                       choices[taken].trigram == choice.trigram;
+            });
+            if (fits) {
+                chosen.append(i);
+                consider(i + 1, read + length(choice), share * qMin(1.0, length(choice) / rows));
+                chosen.removeLast();
+            }
+        }
+    };
+    consider(0, 0, 1);
+    QStringList asked;
+    for (int i : best) {
+        asked.append(phrase(choices[i].trigram));
+    }
+    return asked.join(QStringLiteral(" AND "));
+}
+
+void DBManager::Private::describeSearchPaths() const {
+    trigramIndexes.clear();
+    leadingIndexColumns.clear();
+    uniqueColumns.clear();
+    sqlite3_stmt* virtualTables = nullptr;
+    if (sqlite3_prepare_v2(connection,
+                           "SELECT name, sql FROM sqlite_master WHERE type = 'table' AND "
+                           "substr(sql, 1, 20) = 'CREATE VIRTUAL TABLE'",
+                           -1, &virtualTables, nullptr) == SQLITE_OK) {
+        static const QRegularExpression fts(QStringLiteral("USING\\s+fts5\\s*\\((.*)\\)"),
+                                            QRegularExpression::CaseInsensitiveOption |
+                                                QRegularExpression::DotMatchesEverythingOption);
+        static const QRegularExpression content(
+            QStringLiteral("content\\s*=\\s*['\"]?([^'\",\\s)]+)"),
+            QRegularExpression::CaseInsensitiveOption);
+        static const QRegularExpression trigram(QStringLiteral("tokenize\\s*=\\s*['\"]\\s*trigram"),
+                                                QRegularExpression::CaseInsensitiveOption);
+        while (sqlite3_step(virtualTables) == SQLITE_ROW) {
+            const QString name = QString::fromUtf8(
+                reinterpret_cast<const char*>(sqlite3_column_text(virtualTables, 0)));
+            const QString sql = QString::fromUtf8(
+                reinterpret_cast<const char*>(sqlite3_column_text(virtualTables, 1)));
+            const QString arguments = fts.match(sql).captured(1);
+            const QString contentTable = content.match(arguments).captured(1);
+            const DBTable* indexed = tables.value(name, nullptr);
+            if (contentTable.isEmpty() || !trigram.match(arguments).hasMatch() || !indexed) {
+                continue;
+            }
+            TrigramIndex index{indexed->GetQuotedName(), quoteIdentifier(contentTable), {}};
+            for (const DBColumn* column : indexed->GetColumns()) {
+                index.columns.insert(column->GetName());
+            }
+            trigramIndexes.insert(contentTable, index);
+        }
+    }
+    sqlite3_finalize(virtualTables);
+
+    sqlite3_stmt* indexes = nullptr;
+    if (sqlite3_prepare_v2(connection,
+                           "SELECT l.\"unique\", (SELECT COUNT(*) FROM pragma_index_info(l.name)), "
+                           "(SELECT name FROM pragma_index_info(l.name) WHERE seqno = 0) "
+                           "FROM pragma_index_list(?1) AS l",
+                           -1, &indexes, nullptr) == SQLITE_OK) {
+        for (auto it = tables.cbegin(); it != tables.cend(); ++it) {
+            const QByteArray name = it.key().toUtf8();
+            sqlite3_bind_text(indexes, 1, name.constData(), name.size(), SQLITE_TRANSIENT);
+            while (sqlite3_step(indexes) == SQLITE_ROW) {
+                if (sqlite3_column_type(indexes, 2) != SQLITE_TEXT) {
+                    continue;  // an index on an expression
+                }
+                const QString column = QString::fromUtf8(
+                    reinterpret_cast<const char*>(sqlite3_column_text(indexes, 2)));
+                leadingIndexColumns[it.key()].insert(column);
+                if (sqlite3_column_int(indexes, 0) != 0 && sqlite3_column_int(indexes, 1) == 1) {
+                    uniqueColumns[it.key()].insert(column);
+                }
+            }
+            sqlite3_reset(indexes);
+        }
+    }
+    sqlite3_finalize(indexes);
+}
+
+bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* column,
+                                          const QString& quotedIndex, const QString& match,
+                                          QVector<SearchCandidate>& rows) {
+    // PRAGMA data_version sees the commits of other connections, the change count this
+    // connection's own writes. Read before the rows, so that a change in between only makes
+    // the memo look older than it is. Nothing is remembered inside a transaction: a rollback
+    // undoes changes without lowering the count.
+    qint64 dataVersion = -1;
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    if (SqliteStatement* version =
+            cache.Acquire(QStringLiteral("PRAGMA data_version"), rc, multiple)) {
+        Lease lease(cache, version);
+        if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
+            dataVersion = sqlite3_column_int64(version->Handle(), 0);
+        }
+    }
+    const qint64 changes = sqlite3_total_changes64(connection);
+    const QString lookup =
+        table->GetName() + QLatin1Char('\x1f') + column->GetName() + QLatin1Char('\x1f') + match;
+    CandidateMemo& memo = candidateMemo;
+    if (dataVersion >= 0 && memo.lookup == lookup && memo.dataVersion == dataVersion &&
+        memo.changes == changes && memo.schemaVersion == describedSchemaVersion) {
+        rows = memo.rows;
+        return true;
+    }
+    memo.lookup.clear();
+    memo.rows.clear();
+    const QString sql = QStringLiteral("SELECT rowid, ") + column->GetQuotedName() +
+                        QStringLiteral(" FROM ") + table->GetQuotedName() +
+                        QStringLiteral(" WHERE rowid IN (SELECT rowid FROM ") + quotedIndex +
+                        QStringLiteral(" WHERE ") + quotedIndex + QStringLiteral(" MATCH ?)");
+    SqliteStatement* candidates = cache.Acquire(sql, rc, multiple);
+    if (!candidates) {
+        return false;
+    }
+    Lease lease(cache, candidates);
+    candidates->Bind(1, match);
+    sqlite3_stmt* handle = candidates->Handle();
+    while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
+        const int type = sqlite3_column_type(handle, 1);
+        rows.append(SearchCandidate{sqlite3_column_int64(handle, 0), type,
+                                    type == SQLITE_NULL ? QByteArray() : columnBytes(handle, 1)});
+    }
+    if (rc != SQLITE_DONE) {
+        return false;
+    }
+    if (dataVersion >= 0 && rows.size() <= maxMemoCandidates &&
+        sqlite3_get_autocommit(connection)) {
+        memo.lookup = lookup;
+        memo.dataVersion = dataVersion;
+        memo.changes = changes;
+        memo.schemaVersion = describedSchemaVersion;
+        memo.rows = rows;
+    }
+    return true;
+}
+
+bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* field, eLoadMode mode,
+                                         const QString& order, int limit,
+                                         QSharedPointer<DBData>& result,
+                                         eDBOperationResult& outcome) {
+    const auto index = trigramIndexes.constFind(table->GetName());
+    const DBColumn* column = table->GetColumn(field->GetColumnName());
+    if (index == trigramIndexes.constEnd() || !column ||
+        !index->columns.contains(column->GetName()) ||
+        field->GetValue().userType() != QMetaType::QString || !keyIsRowid(table)) {
+        return false;
+    }
+    const SortKey sortKey = sortKeyOf(order, column->GetName());
+    if (sortKey == SortKey::Unsupported ||
+        (sortKey == SortKey::Rowid && mode != LOAD_MODE_BY_KEY && mode != LOAD_MODE_BY_EXAMPLE)) {
+        return false;
+    }
+    const QString pattern = field->GetValue().toString();
+    const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
+    if (match.isEmpty()) {
+        return false;
+    }
+    // Candidates: the rows holding the run's trigrams in any indexed column.
+    QVector<SearchCandidate> candidates;
+    if (!searchCandidates(table, column, index->quotedName, match, candidates)) {
+        return false;
+    }
+    const QByteArray utf8 = pattern.toUtf8();
+    const UnicodeText::LikePattern like(utf8.constData(), utf8.size(), 0);
+    QVector<Candidate> matching;
+    for (const SearchCandidate& candidate : candidates) {
+        if (candidate.type == SQLITE_NULL ||
+            !like.Matches(candidate.text.constData(), candidate.text.size())) {
+            continue;
+        }
+        if (sortKey == SortKey::Column && candidate.type != SQLITE_TEXT) {
+            return false;  // mixed storage classes sort differently; leave it to SQLite
+        }
+        matching.append(
+            Candidate{sortKey == SortKey::UpperColumn
+                          ? UnicodeText::Upper(candidate.text.constData(), candidate.text.size())
+                      : sortKey == SortKey::Column ? candidate.text
+                                                   : QByteArray(),
+                      candidate.rowid});
+    }
+    std::sort(matching.begin(), matching.end());
+    if (limit > 0 && matching.size() > limit) {
+        matching.resize(limit);
+    }
+    // The rows themselves, in that order.
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* byRowid =
+        cache.Acquire(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
+                          QStringLiteral(" WHERE rowid = ?"),
+                      rc, multiple);
+    if (!byRowid) {
+        return false;
+    }
+    Lease lease(cache, byRowid);
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    for (const Candidate& candidate : matching) {
+        sqlite3_bind_int64(byRowid->Handle(), 1, candidate.rowid);
+        rc = appendRows(byRowid, table, *rows);
+        sqlite3_reset(byRowid->Handle());
+        if (rc != SQLITE_DONE) {
+            return false;
+        }
+    }
+    result = rows;
+    outcome = DB_OPERATION_SUCCESS;
+    return true;
+}
+
+bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn* column,
+                                           const QString& prefix, const DBColumn* orderColumn,
+                                           QSharedPointer<DBData>& result,
+                                           eDBOperationResult& outcome) {
+    if (!keyIsRowid(table) || prefix.isEmpty() || !allFoldAlike(prefix)) {
+        return false;
+    }
+    const auto index = trigramIndexes.constFind(table->GetName());
+    const bool byTrigrams = prefix.size() >= trigramLength && index != trigramIndexes.constEnd() &&
+                            index->columns.contains(column->GetName());
+    const bool byRanges =
+        !byTrigrams && leadingIndexColumns.value(table->GetName()).contains(column->GetName());
+    if (!byTrigrams && !byRanges) {
+        return false;
+    }
+    const QString orderExpression =
+        orderColumn ? orderColumn->GetQuotedName() : QStringLiteral("NULL");
+    const QString head = QStringLiteral("SELECT rowid, ") + column->GetQuotedName() +
+                         QStringLiteral(", ") + orderExpression + QStringLiteral(" FROM ") +
+                         table->GetQuotedName() + QStringLiteral(" WHERE ");
+    // The ranges of the index holding each case form of the first letters.
+    QStringList forms{QString()};
+    int formLetters = 0;
+    if (byRanges) {
+        for (; formLetters < prefix.size(); ++formLetters) {
+            const QChar c = prefix[formLetters];
+            QStringList cases{QString(c)};
+            for (const QChar other : {c.toLower(), c.toUpper()}) {
+                if (!cases.contains(QString(other))) {
+                    cases.append(QString(other));
+                }
+            }
+            if (forms.size() * cases.size() > maxPrefixForms) {
+                break;
+            }
+            QStringList longer;
+            for (const QString& form : forms) {
+                for (const QString& variant : cases) {
+                    longer.append(form + variant);
+                }
+            }
+            forms = longer;
+        }
+    }
+    const QString sql =
+        head + (byTrigrams ? QStringLiteral("rowid IN (SELECT rowid FROM ") + index->quotedName +
+                                 QStringLiteral(" WHERE ") + index->quotedName +
+                                 QStringLiteral(" MATCH ?)")
+                           : column->GetQuotedName() + QStringLiteral(" >= ? AND ") +
+                                 column->GetQuotedName() + QStringLiteral(" < ?"));
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* candidates = cache.Acquire(sql, rc, multiple);
+    if (!candidates) {
+        return false;
+    }
+    const QByteArray pattern = (escapeLikePattern(prefix) + QLatin1Char('%')).toUtf8();
+    const UnicodeText::LikePattern like(pattern.constData(), pattern.size(), '\\');
+    QVector<Candidate> matching;
+    Lease lease(cache, candidates);
+    const QStringList lookups = byTrigrams ? QStringList{trigramQuery(*index, prefix)} : forms;
+    if (lookups.first().isEmpty() && byTrigrams) {
+        return false;
+    }
+    for (const QString& lookup : lookups) {
+        if (byTrigrams) {
+            candidates->Bind(1, lookup);
+        } else {
+            // Every text beginning with the form, in binary order: [form, form + U+10FFFF).
+            candidates->Bind(1, lookup);
+            candidates->Bind(2, lookup + QString::fromUcs4(U"\U0010FFFF"));
+        }
+        while ((rc = sqlite3_step(candidates->Handle())) == SQLITE_ROW) {
+            if (sqlite3_column_type(candidates->Handle(), 1) != SQLITE_TEXT) {
+                continue;
+            }
+            const QByteArray text = columnBytes(candidates->Handle(), 1);
+            if (!like.Matches(text.constData(), text.size())) {
+                continue;
+            }
+            const int orderType = sqlite3_column_type(candidates->Handle(), 2);
+            if (orderColumn && orderType != SQLITE_TEXT) {
+                sqlite3_reset(candidates->Handle());
+                return false;  // mixed storage classes sort differently; leave it to SQLite
+            }
+            matching.append(
+                Candidate{orderColumn ? columnBytes(candidates->Handle(), 2) : QByteArray(),
+                          sqlite3_column_int64(candidates->Handle(), 0)});
+        }
+        sqlite3_reset(candidates->Handle());
+        if (rc != SQLITE_DONE) {
+            return false;
+        }
+    }
+    std::sort(matching.begin(), matching.end());
+    SqliteStatement* byRowid =
+        cache.Acquire(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
+                          QStringLiteral(" WHERE rowid = ?"),
+                      rc, multiple);
+    if (!byRowid) {
+        return false;
+    }
+    Lease rowLease(cache, byRowid);
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    for (const Candidate& candidate : matching) {
+        sqlite3_bind_int64(byRowid->Handle(), 1, candidate.rowid);
+        rc = appendRows(byRowid, table, *rows);
+        sqlite3_reset(byRowid->Handle());
+        if (rc != SQLITE_DONE) {
+            return false;
+        }
+    }
+    result = rows;
+    outcome = DB_OPERATION_SUCCESS;
+    return true;
+}
+
+bool DBManager::Private::minUnusedByIndex(const DBTable* table, const DBColumn* column,
+                                          QVariant& value, eDBOperationResult& outcome) {
+    if (!uniqueColumns.value(table->GetName()).contains(column->GetName())) {
+        return false;
+    }
+    const QString c = column->GetQuotedName();
+    const QString t = table->GetQuotedName();
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    // The k-th value above `lo` in index order; skipping entries with OFFSET costs the index a
+    // step each, far less than counting or probing them one by one.
+    SqliteStatement* nth = cache.Acquire(
+        QStringLiteral("SELECT %1 FROM %2 WHERE %1 > ? ORDER BY %1 LIMIT 1 OFFSET ?").arg(c, t), rc,
+        multiple);
+    if (!nth) {
+        return false;
+    }
+    Lease lease(cache, nth);
+    sqlite3_stmt* handle = nth->Handle();
+    // Whether the k-th value above `lo` is lo + k; as the values are distinct, every value of
+    // (lo, lo + k] is then present.
+    bool failed = false;
+    auto contiguous = [handle, &failed](qint64 lo, qint64 k) {
+        sqlite3_bind_int64(handle, 1, lo);
+        sqlite3_bind_int64(handle, 2, k - 1);
+        const int step = sqlite3_step(handle);
+        const bool holds = step == SQLITE_ROW && sqlite3_column_type(handle, 0) == SQLITE_INTEGER &&
+                           sqlite3_column_int64(handle, 0) == lo + k;
+        failed = failed || (step != SQLITE_ROW && step != SQLITE_DONE);
+        sqlite3_reset(handle);
+        return holds;
+    };
+    constexpr qint64 largest = std::numeric_limits<qint64>::max() / 4;
+    // Gallop: every value of 1..lo is present; double the stride until a gap lies within it.
+    qint64 lo = 0;
+    qint64 stride = 1;
+    while (lo < largest && contiguous(lo, stride)) {
+        lo += stride;
+        stride *= 2;
+    }
+    // Bisect the stride that holds the gap: (lo, lo + stride] misses a value.
+    while (lo < largest && stride > 1 && !failed) {
+        const qint64 half = stride / 2;
+        if (contiguous(lo, half)) {
+            lo += half;
+            stride -= half;
+        } else {
+            stride = half;
+        }
+    }
+    if (failed || lo >= largest) {
+        return false;
+    }
+    // Values other than integers (a REAL among the keys) break the reasoning above; make sure
+    // the answer is really unused, or let the plain statement decide.
+    SqliteStatement* present =
+        cache.Acquire(QStringLiteral("SELECT 1 FROM %2 WHERE %1 = ?").arg(c, t), rc, multiple);
+    if (!present) {
+        return false;
+    }
+    Lease presentLease(cache, present);
+    sqlite3_bind_int64(present->Handle(), 1, lo + 1);
+    if (sqlite3_step(present->Handle()) != SQLITE_DONE) {
+        return false;
+    }
+    value = QVariant(static_cast<qlonglong>(lo + 1));
+    outcome = DB_OPERATION_SUCCESS;
+    return true;
+}
