@@ -99,7 +99,13 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     // The database is asked without the recogniser's lock held: a thread holding the database
     // in a transaction may scan meanwhile.
     DBManager* db = fixedDb ? fixedDb : G::dbArticles;
-    if (!db || !db->IsOpen()) {
+    if (!db || !db->IsOpen() || !db->GetTable(prefixTable)) {
+        return {};
+    }
+    // The data version shows another connection's commit only after this connection has read
+    // since: read the table first, or a prefix changed elsewhere would wait for some later scan.
+    unsigned long stored = 0;
+    if (db->Count(prefixTable, stored) != DB_OPERATION_SUCCESS) {
         return {};
     }
     const quint64 version = db->GetDataVersion();
@@ -111,11 +117,11 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     }
     QVector<Prefix> fresh;
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    if (db->GetTable(prefixTable) && db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
+    if (db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
         for (const DBRow* row : *rows) {
             const QString prefix = row->GetValue(prefixColumn).toString();
-            // A prefix is part of the 7 digits naming the article; anything else cannot match.
-            if (prefix.isEmpty() || prefix.size() > articlePartLength || !allDigits(prefix)) {
+            // Only digits can begin an EAN-13; an empty prefix would make every code special.
+            if (prefix.isEmpty() || prefix.size() > ean13Length || !allDigits(prefix)) {
                 continue;
             }
             const QVariant kind = row->GetValue(kindColumn);
