@@ -32,9 +32,8 @@ public:
     // Whether an article's name matches `name` (the seeker's FindName). False when not
     // initialised.
     bool IsRecordExist(const QString& name);
-    // Inserts the article (its id is assigned by the database and not read back), its main
-    // barcode normalised by the special-barcode recogniser. Returns the database's result:
-    // 0 done, non-zero refused (e.g. 5 for a duplicate PLU or name); 6 not initialised.
+    // Inserts the article with its main barcode normalised; the new id is not read back.
+    // 0 done, 6 not initialised, otherwise the database's refusal (e.g. 5 duplicate PLU).
     eDBOperationResult AddRecord(Article& article);
     // Rewrites the row whose id is article.id with the article's fields. 0 done, 6 not
     // initialised, otherwise the database's result.
@@ -43,21 +42,18 @@ public:
     // otherwise the database's result.
     eDBOperationResult DeleteRecord(Article& article);
     // Sets link_plu_no to 0 wherever it is pluNo. Returns true when the update FAILED and false
-    // when it worked. Only for an initialised editor.
+    // when it worked. REQUIRES: initialised editor (not tested).
     bool RemoveAllLinksToGivenArticle(unsigned int pluNo);
 
     // Sets the price of the article with that PLU to price.GetNumberValue() (minor units):
     // 0 done (also when no article has the PLU), 4 refused, 6 not initialised.
     eDBOperationResult UpdateArticlePrice(unsigned int pluNo, const PriceValue& price);
-    // Converts every price p to p / rate, to the nearest minor unit with halves going up and
-    // capped at 999999999, in one statement: every price or none. 0 done, 4 failed. Rates need
-    // fewer than 9 precision digits and must not be 0; only for an initialised editor.
+    // Divides every price by the rate, rounded half up and capped at 999999999, all or none:
+    // 0 done, 4 failed. REQUIRES: initialised editor; rate not 0, under 9 precision digits.
     eDBOperationResult ChangeAllArticlesPrices(const CurrencyExchangeRate& rate);
-    // Empties the catalogue (Article, ArticleBarcode, NotepadCategoryItem,
-    // NotepadHandyListCategory, in this order) unless the receipt database (G::dbReceipt)
-    // still holds receipt lines, then calls the signal system's all-articles-removed callbacks
-    // with 1. 0 done, 1 refused (receipt lines exist), 4 a count or clear failed (tables
-    // cleared before it stay cleared). Only for an initialised editor.
+    // Empties the catalogue and its barcodes and notepads, then calls the all-articles-removed
+    // callbacks with 1: 0 done, 1 refused (G::dbReceipt holds receipt lines), 4 a count or
+    // clear failed (tables cleared before it stay cleared). REQUIRES: initialised editor.
     int RemoveAllArticles();
 
 private:

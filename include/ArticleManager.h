@@ -20,21 +20,22 @@
 // failed, 5 uninitialised.
 class ARTICLEMANAGER_EXPORT ArticleManager : public SystemBase {
 public:
-    // Creates the sub-managers and initialises nothing.
+    // Creates the sub-managers and initialises nothing (state 1, system 29).
     ArticleManager();
+    // Tears down the sub-managers if Uninitialize has not.
     ~ArticleManager() override;
 
     ArticleManager(const ArticleManager&) = delete;
     ArticleManager& operator=(const ArticleManager&) = delete;
 
     // Initialises the seeker, editor, departments, tax rates, barcodes, prefixes and PLU width
-    // in this order, stopping at the first that fails (nothing is rolled back). True when all
-    // seven succeeded ("ArticleManager initialized!" logged).
+    // in this order, stopping at the first failure (nothing rolled back). True when all succeed.
     bool Initialize(DBManager* db);
     // Uninitialises and deletes every sub-manager; the getters answer null afterwards. Call it
     // at most once. Always true.
     bool Uninitialize();
 
+    // Each getter returns its sub-manager, or null after Uninitialize.
     ArticleEditor* GetEditor() { return editor; }
     ArticleSeeker* GetSeeker() { return seeker; }
     DeptDBManager* GetDeptDBManager() { return deptDBManager; }

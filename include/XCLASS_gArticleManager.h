@@ -8,13 +8,12 @@
 // G::articleManager, when it is loaded.
 class ARTICLEMANAGER_EXPORT XCLASS_gArticleManager : public SystemInitializer {
 public:
+    // Drives `manager`; initialises nothing yet.
     explicit XCLASS_gArticleManager(ArticleManager* manager);
     ~XCLASS_gArticleManager();
 
-    // Initialises the article manager with G::dbArticles once the logger, the article
-    // database, the signal system and the payment system are ready. Returns and stores the
-    // new state: 2 something needed is not ready (nothing touched; try again later), 4 failed
-    // (error text "Article Manager initialization FAILED!"), 3 ready.
+    // Initialises the manager with G::dbArticles once the logger, article database, signals and
+    // payment system are ready. Returns and stores the state: 3 ready, 2 not yet, 4 failed.
     int Initialize() override;
     // Uninitialises the article manager; state 5.
     int Uninitialize() override;
