@@ -43,7 +43,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ArticleEditorPrices, ConversionStatementIsBuiltAsSpecifiedForTheRate) {
+TEST_F(ArticleEditorPrices, ConversionRunsOneFixedStatementForTheRate) {
     AddArticle(1, QStringLiteral("A"), QString(), 1000);
     SqlRecorder sql(articles.get());
     ASSERT_EQ(DB_OPERATION_SUCCESS,
