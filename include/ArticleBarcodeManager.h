@@ -34,7 +34,7 @@ public:
     // Binds the manager to the article database and the seeker it checks duplicates with.
     // False (and a level-5 message) for a null database, a null seeker or a missing table.
     bool Initialize(DBManager* db, ArticleSeeker* seeker);
-    // Always true.
+    // Unbinds the database, table and seeker; always true.
     bool Uninitialize();
 
     // Whether the barcode is on file (any article, main or additional). A barcode made only of
@@ -50,7 +50,7 @@ public:
     eDBOperationResult UpdateAdditionalBarcode(unsigned int barcodeId, const QString& barcode);
     // Deletes the additional barcode rows holding this text (as given); main rows stay.
     eDBOperationResult DeleteRecord(const QString& barcode);
-    // Deletes the article's rows of the given kind.
+    // Deletes the article's rows of the given kind; the second form takes article.id.
     eDBOperationResult DeleteBarcodes(unsigned int articleId, ArticleBarcodesDeleteMode mode);
     eDBOperationResult DeleteBarcodes(Article& article, ArticleBarcodesDeleteMode mode);
     // Deletes every additional barcode of every article.

@@ -29,7 +29,8 @@ public:
     int AddPrefix(const SpecialBarcodePrefix& entry);
     // Deletes the entry of that id.
     int RemovePrefixEntry(int id);
-    // Restores the factory entries: (1, "27", 1), (2, "29", 1), (6, "23", 0), (7, "24", 0).
+    // Clears the table and adds the factory entries (1, "27", 1), (2, "29", 1), (6, "23", 0),
+    // (7, "24", 0); false at the first step that fails.
     bool ResetTable();
     // Appends new records (owned by the caller) for the stored entries of one kind, or all for
     // kind 2, in row order; `out` keeps what it held. A record's kind is the stored one.

@@ -35,6 +35,7 @@ public:
     QSharedPointer<const Dept> GetDept(unsigned int deptId);
     // A copy of the whole cache.
     QList<QSharedPointer<const Dept>> GetDepts();
+    // The firmware's department rules, owned by this manager.
     DeptFirmwareInitializer* GetDeptFirmwareInitializer() { return firmwareInitializer; }
 
     // Whether the price of an article of this department may be modified (its department does
@@ -47,8 +48,8 @@ public:
     bool IsDeptSpecial(const Article& article);
 
     // Writes the department (replacing a stored one of the same number), reloads the cache and
-    // emits deptChanged. 0 done, 4 the write failed, 6 not initialised, 3 or 4 from the reload
-    // (after which the manager stays locked, as the firmware's contract has it).
+    // emits deptChanged. 0 done, 4 the write failed, 6 not initialised, 3 or 4 from the reload:
+    // a failed reload returns without unlocking, so every later locked call blocks.
     int AddOrUpdateRecord(QSharedPointer<const Dept> dept);
     // Rebuilds the table: 99 unnamed departments with the firmware flags and maxima; reloads
     // the cache. No signal.

@@ -26,8 +26,11 @@ public:
     bool SetFirmwareFlags();
     // Names departments 1 to 16 "Grupa towarowa <n>"; the others keep their names.
     bool SetFirmwareDeptNamesInDatabase();
+    // Maximum discount, then maximum surcharge, of every department to 10000.
     bool setFirmwareDiscountAndSurchargeValuesInDatabase();
+    // Clears the order-printer flag everywhere, then sets it on departments 1-8 and 51-99.
     bool setFirmwareOrderPrinterFlagsInDatabase();
+    // Sets the discount-blocked flag on departments 15 and 90-99, then clears it on the others.
     bool setFirmwareBlockDiscountFlagsInDatabase();
 
 private:
