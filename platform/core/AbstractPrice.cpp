@@ -48,7 +48,9 @@ bool AbstractPrice::Parse(const QString& text, qint64& number, unsigned int& dig
 }
 
 QString AbstractPrice::ToString() const {
-    const qint64 magnitude = numberValue < 0 ? -numberValue : numberValue;
+    // Unsigned, so that the most negative value has a magnitude too.
+    const quint64 magnitude =
+        numberValue < 0 ? 0 - static_cast<quint64>(numberValue) : static_cast<quint64>(numberValue);
     QString digits = QString::number(magnitude).rightJustified(
         static_cast<int>(precisionDigits) + 1, QLatin1Char('0'));
     if (precisionDigits > 0) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "CurrencyExchangeRate.h"
 #include "PercentValue.h"
 #include "PriceValue.h"
@@ -19,6 +21,8 @@ TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
     EXPECT_EQ(0u, CurrencyExchangeRate(QStringLiteral("1")).GetPrecisionDigits());
     EXPECT_EQ(-5, PercentValue(QStringLiteral("-0,5")).GetNumberValue());
     EXPECT_EQ(QStringLiteral("-0.5"), PercentValue(QStringLiteral("-0,5")).ToString());
+    EXPECT_EQ(QStringLiteral("-92233720368547758.08"),
+              PercentValue(std::numeric_limits<qint64>::min()).ToString());
     for (const char* bad : {"", "abc", "1.2.3", "1e5", "--1", ".", "1234567890123456789"}) {
         EXPECT_FALSE(CurrencyExchangeRate(QString::fromLatin1(bad)).IsValid()) << bad;
     }
