@@ -52,12 +52,18 @@ BenchCatalogue::BenchCatalogue(const QString& folder, int size)
 }
 
 QString BenchCatalogue::Database() {
-    const QString path = QStringLiteral("%1/catalogue-%2.db").arg(folder).arg(size);
+    // Named after the schema too, so that a catalogue cached by an older build is not reused.
+    const QString path = QStringLiteral("%1/catalogue-%2-v%3.db")
+                             .arg(folder)
+                             .arg(size)
+                             .arg(DBManager::LatestSchemaVersion(DBManager::SCHEMA_ARTICLES));
     return QFile::exists(path) || build(path, true) ? path : QString();
 }
 
 QString BenchCatalogue::EmptyDatabase() {
-    const QString path = QStringLiteral("%1/empty-settings.db").arg(folder);
+    const QString path = QStringLiteral("%1/empty-settings-v%2.db")
+                             .arg(folder)
+                             .arg(DBManager::LatestSchemaVersion(DBManager::SCHEMA_ARTICLES));
     return QFile::exists(path) || build(path, false) ? path : QString();
 }
 
@@ -123,7 +129,10 @@ bool BenchCatalogue::build(const QString& path, bool withArticles) {
     }
     sqlite3_finalize(article);
     sqlite3_finalize(barcode);
-    ok = ok && run(db, "COMMIT") && run(db, "PRAGMA wal_checkpoint(TRUNCATE)");
+    // The search index as the library leaves it after a bulk write: up to date, nothing noted.
+    ok = ok && run(db, "INSERT INTO ArticleSearch (ArticleSearch) VALUES ('rebuild')") &&
+         run(db, "DELETE FROM ArticleSearchPending") && run(db, "COMMIT") &&
+         run(db, "PRAGMA wal_checkpoint(TRUNCATE)");
     sqlite3_close(db);
     if (!ok) {
         QFile::remove(building);

@@ -102,13 +102,9 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     if (!db || !db->IsOpen() || !db->GetTable(prefixTable)) {
         return {};
     }
-    // The data version shows another connection's commit only after this connection has read
-    // since: read the table first, or a prefix changed elsewhere would wait for some later scan.
-    unsigned long stored = 0;
-    if (db->Count(prefixTable, stored) != DB_OPERATION_SUCCESS) {
-        return {};
-    }
-    const quint64 version = db->GetDataVersion();
+    // The table's own version: writes to articles and barcodes leave the cache valid, changes
+    // of the prefixes (here or through another connection) show at the next scan.
+    const quint64 version = db->GetTableVersion(prefixTable);
     {
         std::lock_guard<std::mutex> lock(mutex);
         if (db == loadedFrom && version == loadedVersion) {

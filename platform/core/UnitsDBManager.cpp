@@ -17,7 +17,7 @@ UnitsDBManager::~UnitsDBManager() = default;
 
 bool UnitsDBManager::Initialize(DBManager* newDb) {
     QHash<unsigned int, QSharedPointer<Unit>> fresh;
-    const quint64 version = newDb ? newDb->GetDataVersion() : 0;
+    const quint64 version = newDb ? newDb->GetTableVersion(unitsTable) : 0;
     const bool loaded = newDb && newDb->GetTable(unitsTable) && load(newDb, fresh);
     std::lock_guard<std::mutex> lock(mutex);
     mode = loaded ? Bound : Off;
@@ -51,7 +51,8 @@ QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
 
 QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
     // The database is asked without this manager's lock held: a thread holding the database in
-    // a transaction may ask for a unit meanwhile.
+    // a transaction may ask for a unit meanwhile. The units table's own version keeps the cache
+    // valid while articles are written.
     DBManager* from = nullptr;
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -60,7 +61,7 @@ QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
     if (!from || !from->IsOpen()) {
         return {};
     }
-    const quint64 version = from->GetDataVersion();
+    const quint64 version = from->GetTableVersion(unitsTable);
     {
         std::lock_guard<std::mutex> lock(mutex);
         if (from == loadedFrom && version == loadedVersion) {

@@ -79,6 +79,7 @@ eDBOperationResult DBManager::Open() {
     sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_busy_timeout(d->connection, busyTimeoutMs);
+    sqlite3_update_hook(d->connection, &Private::countRowChange, d.get());
     // Reading the schema first tells a file that is not a database before anything is written.
     rc = d->exec("PRAGMA schema_version");
     if (rc == SQLITE_OK) {
@@ -94,6 +95,12 @@ eDBOperationResult DBManager::Open() {
     }
     if (rc == SQLITE_OK) {
         rc = d->exec("PRAGMA cache_size = -4096");
+    }
+    if (rc == SQLITE_OK) {
+        // Statement journals in memory: inside a long transaction SQLite otherwise writes the
+        // pages every statement touches to a temporary file, which cost a price list import
+        // most of its time (and would wear the register's flash).
+        rc = d->exec("PRAGMA temp_store = MEMORY");
     }
     if (rc == SQLITE_OK) {
         rc = UnicodeSqlFunctions::Register(d->connection);
@@ -318,8 +325,12 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
         return d->fail(operation, rc, sql);
     }
     Private::Lease lease(d->cache, statement);
-    if (!statement->IsReadOnly() && !d->writeAllowed(operation, outcome)) {
-        return outcome;
+    if (!statement->IsReadOnly()) {
+        if (!d->writeAllowed(operation, outcome)) {
+            return outcome;
+        }
+        // A DELETE without a condition may empty its table without reporting rows.
+        ++d->unattributedWrites;
     }
     rc = statement->BindAll(values);
     if (rc != SQLITE_OK) {
@@ -375,42 +386,77 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
             return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
                              QStringLiteral("all rows of one insert must belong to one table"));
         }
-        QString sql = QStringLiteral("INSERT INTO ") + quoteIdentifier(table->GetName());
+        // Built from the names quoted once per table description: this runs for every row of
+        // a price list import.
+        QString sql;
+        sql.reserve(96 + 48 * row->FieldCount());
+        sql += QLatin1String("INSERT INTO ");
+        sql += table->GetQuotedName();
         QVector<QVariant> values;
         if (row->FieldCount() == 0) {
-            sql += QStringLiteral(" DEFAULT VALUES");
+            sql += QLatin1String(" DEFAULT VALUES");
         } else {
-            QStringList names;
-            QStringList placeholders;
-            QStringList updates;
+            values.reserve(row->FieldCount());
+            QString updates;
             int keyColumnsGiven = 0;
+            sql += QLatin1String(" (");
             for (const DBField* field : row->GetFields()) {
                 const DBColumn* column = table->GetColumn(field->GetColumnName());
-                const QString name = quoteIdentifier(column->GetName());
-                names.append(name);
-                placeholders.append(QStringLiteral("?"));
+                const QString& name = column->GetQuotedName();
+                if (!values.isEmpty()) {
+                    sql += QLatin1String(", ");
+                }
+                sql += name;
                 values.append(field->GetValue());
                 if (column->IsPrimaryKey()) {
                     ++keyColumnsGiven;
                 } else {
-                    updates.append(name + QStringLiteral(" = excluded.") + name);
+                    if (!updates.isEmpty()) {
+                        updates += QLatin1String(", ");
+                    }
+                    updates += name;
+                    updates += QLatin1String(" = excluded.");
+                    updates += name;
                 }
             }
-            sql += QStringLiteral(" (") + names.join(QStringLiteral(", ")) +
-                   QStringLiteral(") VALUES (") + placeholders.join(QStringLiteral(", ")) +
-                   QLatin1Char(')');
+            sql += QLatin1String(") VALUES (?");
+            for (int i = 1; i < values.size(); ++i) {
+                sql += QLatin1String(", ?");
+            }
+            sql += QLatin1Char(')');
             const QVector<const DBColumn*>& key = table->GetPrimaryKey();
             if (!key.isEmpty() && keyColumnsGiven == key.size()) {
-                // An upsert on the key only: other unique constraints still refuse the row.
-                QStringList keyNames;
-                for (const DBColumn* column : key) {
-                    keyNames.append(quoteIdentifier(column->GetName()));
+                // The stored row is replaced, not merged: the columns the row does not give
+                // take their defaults, as they would in a new row.
+                for (const DBColumn* column : table->GetColumns()) {
+                    if (column->IsPrimaryKey() || row->GetField(column->GetName())) {
+                        continue;
+                    }
+                    if (!updates.isEmpty()) {
+                        updates += QLatin1String(", ");
+                    }
+                    updates += column->GetQuotedName();
+                    updates += QLatin1String(" = ");
+                    updates +=
+                        column->GetDefaultValue().isEmpty()
+                            ? QStringLiteral("NULL")
+                            : QLatin1Char('(') + column->GetDefaultValue() + QLatin1Char(')');
                 }
-                sql += QStringLiteral(" ON CONFLICT (") + keyNames.join(QStringLiteral(", ")) +
-                       QStringLiteral(") DO ") +
-                       (updates.isEmpty()
-                            ? QStringLiteral("NOTHING")
-                            : QStringLiteral("UPDATE SET ") + updates.join(QStringLiteral(", ")));
+                // An upsert on the key only: other unique constraints still refuse the row.
+                sql += QLatin1String(" ON CONFLICT (");
+                for (int i = 0; i < key.size(); ++i) {
+                    if (i > 0) {
+                        sql += QLatin1String(", ");
+                    }
+                    sql += key[i]->GetQuotedName();
+                }
+                sql += QLatin1String(") DO ");
+                if (updates.isEmpty()) {
+                    sql += QLatin1String("NOTHING");
+                } else {
+                    sql += QLatin1String("UPDATE SET ");
+                    sql += updates;
+                }
             }
         }
         outcome = d->write(operation, sql, values);
@@ -459,7 +505,7 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
         for (const DBField* field : row->GetFields()) {
             const DBColumn* column = table->GetColumn(field->GetColumnName());
             if (!column->IsPrimaryKey()) {
-                assignments.append(quoteIdentifier(column->GetName()) + QStringLiteral(" = ?"));
+                assignments.append(column->GetQuotedName() + QStringLiteral(" = ?"));
                 values.append(field->GetValue());
             }
         }
@@ -471,13 +517,13 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
                                  QStringLiteral("the row lacks the key column %1 of table %2")
                                      .arg(key->GetName(), table->GetName()));
             }
-            keyConditions.append(quoteIdentifier(key->GetName()) + QStringLiteral(" = ?"));
+            keyConditions.append(key->GetQuotedName() + QStringLiteral(" = ?"));
             values.append(field->GetValue());
         }
         if (assignments.isEmpty()) {
             continue;
         }
-        const QString sql = QStringLiteral("UPDATE ") + quoteIdentifier(table->GetName()) +
+        const QString sql = QStringLiteral("UPDATE ") + table->GetQuotedName() +
                             QStringLiteral(" SET ") + assignments.join(QStringLiteral(", ")) +
                             QStringLiteral(" WHERE ") + keyConditions.join(QStringLiteral(" AND "));
         int changes = 0;
@@ -521,12 +567,12 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& key,
     QStringList assignments;
     QVector<QVariant> parameters;
     for (const DBField* field : values->GetRow(0)->GetFields()) {
-        assignments.append(quoteIdentifier(table->GetColumn(field->GetColumnName())->GetName()) +
+        assignments.append(table->GetColumn(field->GetColumnName())->GetQuotedName() +
                            QStringLiteral(" = ?"));
         parameters.append(field->GetValue());
     }
-    QString sql = QStringLiteral("UPDATE ") + quoteIdentifier(table->GetName()) +
-                  QStringLiteral(" SET ") + assignments.join(QStringLiteral(", "));
+    QString sql = QStringLiteral("UPDATE ") + table->GetQuotedName() + QStringLiteral(" SET ") +
+                  assignments.join(QStringLiteral(", "));
     if (!d->appendConditions(operation, key->GetRow(0), table, false, sql, parameters, outcome)) {
         return outcome;
     }
@@ -561,7 +607,7 @@ eDBOperationResult DBManager::Delete(const QSharedPointer<DBData>& where) {
                              QStringLiteral("a delete without conditions is refused; "
                                             "ClearTable empties a table"));
         }
-        QString sql = QStringLiteral("DELETE FROM ") + quoteIdentifier(table->GetName());
+        QString sql = QStringLiteral("DELETE FROM ") + table->GetQuotedName();
         QVector<QVariant> values;
         if (!d->appendConditions(operation, row, table, false, sql, values, outcome)) {
             return outcome;
@@ -587,6 +633,8 @@ eDBOperationResult DBManager::ClearTable(const QString& table) {
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
+    // SQLite empties a table without triggers at once, without reporting each row.
+    d->countTableWrite(table);
     return d->write(operation, QStringLiteral("DELETE FROM ") + quoteIdentifier(table), {});
 }
 
@@ -722,6 +770,8 @@ eDBOperationResult DBManager::CommitTransaction() {
         return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
                          QStringLiteral("no transaction of this thread is open"));
     }
+    // A bulk write pays for its search index entries at once, not at the next search.
+    d->syncSearchIndexes();
     int rc = d->exec("COMMIT");
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (rc != SQLITE_OK) {
@@ -759,6 +809,28 @@ quint64 DBManager::GetDataVersion() const {
     unsigned int version = 0;
     sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
     return version;
+}
+
+quint64 DBManager::GetTableVersion(const QString& table) const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    if (!d->connection) {
+        return 0;
+    }
+    // PRAGMA data_version moves only with other connections' commits.
+    quint64 others = 0;
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    if (SqliteStatement* version =
+            d->cache.Acquire(QStringLiteral("PRAGMA data_version"), rc, multiple)) {
+        Private::Lease lease(d->cache, version);
+        if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
+            others = static_cast<quint64>(sqlite3_column_int64(version->Handle(), 0));
+        }
+    }
+    const auto own = d->tableChanges.find(table.toStdString());
+    const quint64 changes =
+        d->unattributedWrites + (own == d->tableChanges.end() ? 0 : own->second);
+    return (others << 32) ^ changes;
 }
 
 int DBManager::AddStatementObserver(const StatementObserver& observer) {

@@ -104,8 +104,9 @@ public:
     eDBOperationResult Execute(const QString& sql, DBDirectQueryResult* result);
 
     // Adds the rows (all of one table) in one transaction: all or none. A row whose primary key
-    // is already stored replaces that row's given columns; any other constraint violation
-    // refuses the whole call with 5 and leaves the stored rows untouched.
+    // is already stored replaces that row (columns it does not give take their defaults, as in a
+    // new row); any other constraint violation refuses the whole call with 5 and leaves the
+    // stored rows untouched.
     eDBOperationResult Insert(const QSharedPointer<DBData>& rows);
     // Updates each row's record, found by the table's primary key (which the row must hold),
     // with the row's other fields; in one transaction. A key that matches no record refuses the
@@ -148,6 +149,10 @@ public:
     // Changes whenever the file's content changed, through this manager or another connection
     // (seen by this one from its next read). Lets callers keep caches of small tables.
     quint64 GetDataVersion() const;
+    // Changes whenever rows of `table` may have changed, through this manager or another
+    // connection; unlike GetDataVersion, writes of this manager to other tables leave it alone.
+    // Lets callers keep caches of small tables that stay valid while other tables are written.
+    quint64 GetTableVersion(const QString& table) const;
 
     // Observers receive every SQL text handed to Execute, as given, before it runs. Setting the
     // environment variable ARTICLEDB_TRACE_SQL=1 adds one that logs each text at level 3.

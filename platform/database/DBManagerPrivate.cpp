@@ -79,6 +79,23 @@ bool sameColumns(const DBTable* table, const QVector<DBTable::ColumnInfo>& colum
 
 }  // namespace
 
+void DBManager::Private::countRowChange(void* owner, int, const char*, const char* table,
+                                        sqlite3_int64) {
+    auto* d = static_cast<Private*>(owner);
+    // A bulk statement changes one table row after row: remember the last one's counter.
+    if (d->lastChangedCount && d->lastChangedTable == table) {
+        ++*d->lastChangedCount;
+        return;
+    }
+    d->lastChangedTable = table;
+    d->lastChangedCount = &d->tableChanges[d->lastChangedTable];
+    ++*d->lastChangedCount;
+}
+
+void DBManager::Private::countTableWrite(const QString& table) {
+    ++tableChanges[table.toStdString()];
+}
+
 int DBManager::Private::exec(const char* sql) {
     return sqlite3_exec(connection, sql, nullptr, nullptr, nullptr);
 }

@@ -13,7 +13,9 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "DBManager.h"
@@ -130,6 +132,14 @@ public:
         QString quotedName;
         QString quotedContent;  // the table it indexes
         QSet<QString> columns;
+        // The statements that fold the notes of its pending table (see the article schema)
+        // into it; empty when it has no such table.
+        QString anyPending;
+        QByteArray foldRemoved;
+        QByteArray foldWritten;
+        QByteArray foldAll;  // when the indexed table is empty
+        QByteArray clearPending;
+        QString contentEmpty;
     };
 
     // The indexed search paths (TextSearch.cpp). Each returns false when it cannot serve the
@@ -137,6 +147,11 @@ public:
 
     // Finds the trigram indexes and the indexed columns of the live schema.
     void describeSearchPaths() const;
+    // Folds the rows written since the last fold into the index; false when that failed
+    // (the index may then miss rows and must not be used).
+    bool syncSearchIndex(const TrigramIndex& index);
+    // The same for every index, before a transaction of this manager commits.
+    void syncSearchIndexes();
     // Load with LIKE patterns on one column.
     bool loadLikeByIndex(const DBTable* table, const DBField* field, eLoadMode mode,
                          const QString& order, int limit, QSharedPointer<DBData>& result,
@@ -211,6 +226,15 @@ public:
     // text; false on a database error.
     bool searchCandidates(const DBTable* table, const DBColumn* column, const QString& quotedIndex,
                           const QString& match, QVector<SearchCandidate>& rows);
+    // Row changes this connection made, by table (the update hook counts them, triggers'
+    // changes included), and writes whose tables are not known; see GetTableVersion.
+    static void countRowChange(void* owner, int operation, const char* database, const char* table,
+                               sqlite3_int64 rowid);
+    void countTableWrite(const QString& table);
+    std::unordered_map<std::string, quint64> tableChanges;
+    std::string lastChangedTable;
+    quint64* lastChangedCount = nullptr;
+    quint64 unattributedWrites = 0;
     int schemaVersion = 0;
     bool writeOnlyInTransaction = false;
     bool inTransaction = false;

@@ -272,9 +272,49 @@ void DBManager::Private::describeSearchPaths() const {
             if (contentTable.isEmpty() || !trigram.match(arguments).hasMatch() || !indexed) {
                 continue;
             }
-            TrigramIndex index{indexed->GetQuotedName(), quoteIdentifier(contentTable), {}};
+            TrigramIndex index;
+            index.quotedName = indexed->GetQuotedName();
+            index.quotedContent = quoteIdentifier(contentTable);
+            QStringList quotedColumns;
             for (const DBColumn* column : indexed->GetColumns()) {
                 index.columns.insert(column->GetName());
+                quotedColumns.append(column->GetQuotedName());
+            }
+            if (const DBTable* pending = tables.value(name + QStringLiteral("Pending"), nullptr)) {
+                // Notes it cannot read would leave the index behind the table: not usable.
+                const bool readable = pending->GetColumn(QStringLiteral("id")) &&
+                                      pending->GetColumn(QStringLiteral("indexed")) &&
+                                      std::all_of(index.columns.cbegin(), index.columns.cend(),
+                                                  [pending](const QString& column) {
+                                                      return pending->GetColumn(column) != nullptr;
+                                                  });
+                if (!readable) {
+                    continue;
+                }
+                const QString p = pending->GetQuotedName();
+                const QString i = index.quotedName;
+                const QString c = index.quotedContent;
+                const QString columns = quotedColumns.join(QStringLiteral(", "));
+                QStringList contentColumns;
+                for (const QString& column : quotedColumns) {
+                    contentColumns.append(QStringLiteral("c.") + column);
+                }
+                index.anyPending = QStringLiteral("SELECT EXISTS (SELECT 1 FROM %1)").arg(p);
+                index.foldRemoved = QStringLiteral(
+                                        "INSERT INTO %1 (%1, rowid, %2) SELECT 'delete', id, %2 "
+                                        "FROM %3 WHERE indexed")
+                                        .arg(i, columns, p)
+                                        .toUtf8();
+                index.foldWritten =
+                    QStringLiteral(
+                        "INSERT INTO %1 (rowid, %2) SELECT c.rowid, %3 FROM %4 AS c JOIN %5 AS p "
+                        "ON c.rowid = p.id")
+                        .arg(i, columns, contentColumns.join(QStringLiteral(", ")), c, p)
+                        .toUtf8();
+                index.foldAll =
+                    QStringLiteral("INSERT INTO %1 (%1) VALUES ('delete-all')").arg(i).toUtf8();
+                index.clearPending = QStringLiteral("DELETE FROM %1").arg(p).toUtf8();
+                index.contentEmpty = QStringLiteral("SELECT NOT EXISTS (SELECT 1 FROM %1)").arg(c);
             }
             trigramIndexes.insert(contentTable, index);
         }
@@ -305,6 +345,61 @@ void DBManager::Private::describeSearchPaths() const {
         }
     }
     sqlite3_finalize(indexes);
+}
+
+bool DBManager::Private::syncSearchIndex(const TrigramIndex& index) {
+    if (index.anyPending.isEmpty()) {
+        return true;
+    }
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    auto ask = [this, &rc, &multiple](const QString& sql, bool& answer) {
+        SqliteStatement* statement = cache.Acquire(sql, rc, multiple);
+        if (!statement) {
+            return false;
+        }
+        Lease lease(cache, statement);
+        if (sqlite3_step(statement->Handle()) != SQLITE_ROW) {
+            return false;
+        }
+        answer = sqlite3_column_int(statement->Handle(), 0) != 0;
+        return true;
+    };
+    bool pending = false;
+    if (!ask(index.anyPending, pending)) {
+        return false;
+    }
+    if (!pending) {
+        return true;
+    }
+    bool contentEmpty = false;
+    if (!ask(index.contentEmpty, contentEmpty)) {
+        return false;
+    }
+    // One write: the notes go only together with the index entries they stand for.
+    WriteScope scope(*this);
+    if (scope.Begin() != SQLITE_OK) {
+        return false;
+    }
+    if (contentEmpty) {
+        // A cleared catalogue: dropping the whole index beats removing each article from it.
+        rc = exec(index.foldAll.constData());
+    } else {
+        rc = exec(index.foldRemoved.constData());
+        if (rc == SQLITE_OK) {
+            rc = exec(index.foldWritten.constData());
+        }
+    }
+    if (rc == SQLITE_OK) {
+        rc = exec(index.clearPending.constData());
+    }
+    return rc == SQLITE_OK && scope.Commit() == SQLITE_OK;
+}
+
+void DBManager::Private::syncSearchIndexes() {
+    for (const TrigramIndex& index : qAsConst(trigramIndexes)) {
+        syncSearchIndex(index);  // a failure leaves the notes for the next search to fold
+    }
 }
 
 bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* column,
@@ -383,7 +478,7 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
     }
     const QString pattern = field->GetValue().toString();
     const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
-    if (match.isEmpty()) {
+    if (match.isEmpty() || !syncSearchIndex(*index)) {
         return false;
     }
     // Candidates: the rows holding the run's trigrams in any indexed column.
@@ -499,7 +594,7 @@ bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn*
     QVector<Candidate> matching;
     Lease lease(cache, candidates);
     const QStringList lookups = byTrigrams ? QStringList{trigramQuery(*index, prefix)} : forms;
-    if (lookups.first().isEmpty() && byTrigrams) {
+    if (byTrigrams && (lookups.first().isEmpty() || !syncSearchIndex(*index))) {
         return false;
     }
     for (const QString& lookup : lookups) {

@@ -54,6 +54,12 @@ TEST_F(DBManagerSql, InsertReplacesTheRowWhoseKeyIsStored) {
         articles->Insert(rows(article, {{Field("id", 1u), Field("plu_no", 11u),
                                          Field("art_name", "Masło extra"), Field("price", 799)}})));
     EXPECT_EQ(QStringList({"1|11|Masło extra|799"}), articlesInTable());
+    // The whole row is replaced: what the new row does not give goes back to its default.
+    EXPECT_EQ(DB_OPERATION_SUCCESS,
+              articles->Insert(rows(article, {{Field("id", 1u), Field("plu_no", 11u),
+                                               Field("art_name", "Masło extra")}})));
+    EXPECT_EQ(QStringList({"1|11|Masło extra|0"}), articlesInTable());
+    ASSERT_EQ(0, articles->Execute(QStringLiteral("UPDATE Article SET price = 799"), nullptr));
     // Replacing must not break another unique value either.
     AddArticle(12, QStringLiteral("Ser"));
     EXPECT_EQ(DB_OPERATION_CONSTRAINT,

@@ -276,6 +276,34 @@ TEST_F(DBManagerOpen, DataVersionMovesWithEveryChange) {
     EXPECT_NE(afterOwnWrite, articles->GetDataVersion());
 }
 
+TEST_F(DBManagerOpen, TableVersionMovesOnlyWithItsOwnTable) {
+    const QString units = QStringLiteral("Units");
+    quint64 version = articles->GetTableVersion(units);
+    auto moved = [&] {
+        const quint64 now = articles->GetTableVersion(units);
+        const bool changed = now != version;
+        version = now;
+        return changed;
+    };
+    AddArticle(1, QStringLiteral("A"));
+    EXPECT_FALSE(moved()) << "an article write";
+    Raw().Exec(QStringLiteral("UPDATE Units SET unit_name = 'szt' WHERE unit_no = 1"));
+    EXPECT_TRUE(moved()) << "another connection's commit, seen without a read in between";
+    QSharedPointer<DBData> unit = QSharedPointer<DBData>::create();
+    auto* row = new DBRow(articles->GetTable(units));
+    row->AppendField(QStringLiteral("unit_no"), 9);
+    row->AppendField(QStringLiteral("unit_name"), QStringLiteral("t"));
+    unit->AppendRow(row);
+    ASSERT_EQ(0, articles->Insert(unit));
+    EXPECT_TRUE(moved()) << "an insert";
+    ASSERT_EQ(0, articles->ClearTable(units));
+    EXPECT_TRUE(moved()) << "a clear, which SQLite does without reporting rows";
+    ASSERT_EQ(0, articles->Insert(unit));
+    moved();
+    ASSERT_EQ(0, articles->Execute(QStringLiteral("DELETE FROM Units"), nullptr));
+    EXPECT_TRUE(moved()) << "an executed statement";
+}
+
 TEST_F(DBManagerOpen, ObserversSeeEveryExecutedText) {
     QStringList seen;
     const int id = articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });

@@ -219,6 +219,51 @@ TEST_F(TextSearch, TheIndexFollowsEveryWriter) {
     searchAgain();
 }
 
+TEST_F(TextSearch, FoldedIndexHoldsExactlyTheStoredArticles) {
+    // Writes are only noted and folded into the index at the next search or commit; after
+    // each fold the index must hold what the table holds, no more and no less.
+    // rank = 1 compares the index with the table, not only with itself.
+    const QString check = QStringLiteral(
+        "INSERT INTO ArticleSearch (ArticleSearch, rank) VALUES ('integrity-check', 1)");
+    auto searchAndCheck = [&](const char* after) {
+        expectSameAsScan(QStringLiteral("art_name"), QStringLiteral("%nowa%"),
+                         QStringLiteral("UPPER(art_name)"), 100);
+        EXPECT_EQ(0, Raw().Exec(check)) << "after " << after;
+        EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleSearchPending"))) << "after " << after;
+    };
+    searchAndCheck("the import");
+    // An upsert on the key, then the same article renamed twice before the next search.
+    QSharedPointer<DBData> upsert = QSharedPointer<DBData>::create();
+    auto* row = new DBRow(articles->GetTable(QStringLiteral("Article")));
+    row->AppendField(QStringLiteral("id"), 5);
+    row->AppendField(QStringLiteral("plu_no"), 5);
+    row->AppendField(QStringLiteral("art_name"), QStringLiteral("Nowa bułka"));
+    upsert->AppendRow(row);
+    ASSERT_EQ(0, articles->Insert(upsert));
+    Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Nowsza bułka' WHERE id = 5"));
+    Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Najnowsza bułka' WHERE id = 5"));
+    searchAndCheck("renames");
+    // A new id, a delete and an insert under the freed id, and one inserted then deleted.
+    Raw().Exec(QStringLiteral("UPDATE Article SET id = 777777 WHERE id = 6"));
+    Raw().Exec(QStringLiteral("DELETE FROM Article WHERE id = 7"));
+    Raw().Exec(
+        QStringLiteral("INSERT INTO Article (id, plu_no, art_name) VALUES (7, 777, 'Nowa')"));
+    Raw().Exec(
+        QStringLiteral("INSERT INTO Article (plu_no, art_name) VALUES (778, 'Nowa na chwilę')"));
+    Raw().Exec(QStringLiteral("DELETE FROM Article WHERE plu_no = 778"));
+    searchAndCheck("id changes");
+    // A bulk write folds at its commit: the notes are gone before any search.
+    ASSERT_EQ(0, articles->BeginTransaction());
+    for (unsigned int plu = 200000; plu < 200050; ++plu) {
+        AddArticle(plu, QStringLiteral("Nowa partia %1").arg(plu));
+    }
+    ASSERT_EQ(0, articles->CommitTransaction());
+    EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleSearchPending")));
+    searchAndCheck("a bulk write");
+    ASSERT_EQ(0, articles->ClearTable(QStringLiteral("Article")));
+    searchAndCheck("clearing the table");
+}
+
 TEST_F(TextSearch, SmallestUnusedValueMatchesTheWalk) {
     std::mt19937 random(5);
     for (int round = 0; round < 20; ++round) {
