@@ -1,8 +1,9 @@
 #!/bin/sh
-# Installs the Debian packages the project needs to build and test, only those missing.
+# Installs the Debian packages the project needs to build and test, only those missing; any
+# arguments name further packages a script needs (e.g. clang for the fuzzer, valgrind).
 set -eu
 
-packages="g++ cmake ninja-build pkg-config binutils qtbase5-dev libsqlite3-dev libgtest-dev"
+packages="g++ cmake ninja-build pkg-config binutils qtbase5-dev libsqlite3-dev libgtest-dev $*"
 
 missing=""
 for package in $packages; do
