@@ -258,6 +258,17 @@ int RunImport(Tool& tool, const QStringList& arguments) {
     const int result = tool.InTransaction([&]() -> int {
         CatalogueWriter writer(tool.Articles());
         QHash<unsigned int, int> lineOfPlu;
+        // The articles on file, read once: a price list usually holds the whole catalogue.
+        QHash<unsigned int, unsigned int> idOfPlu;
+        QList<ArticleBrief> onFile;
+        const int listed = tool.Articles().GetSeeker()->FindPluInRange(
+            0, std::numeric_limits<unsigned int>::max(), onFile, false);
+        if (listed != 0 && listed != 3) {
+            return tool.Fail(EXIT_DATABASE, QStringLiteral("the catalogue could not be read"));
+        }
+        for (const ArticleBrief& brief : qAsConst(onFile)) {
+            idOfPlu.insert(brief.pluNo, brief.id);
+        }
         ProgressBar progress(QStringLiteral("importing"));
         while (reader.Next(fields, line)) {
             progress.Show(reader.Progress());
@@ -286,10 +297,10 @@ int RunImport(Tool& tool, const QStringList& arguments) {
             if (!problems.isEmpty()) {
                 continue;  // nothing will be kept: only look for more bad rows
             }
-            Article existing;
-            const bool known =
-                tool.Articles().GetSeeker()->FindPlu(article.pluNo, existing, false) == 0;
-            if (writer.Write(article, extras, CatalogueWriter::CreateOrReplace, error) != 0) {
+            const unsigned int storedId = idOfPlu.value(article.pluNo, 0);
+            const bool known = storedId != 0;
+            if (writer.Write(article, extras, CatalogueWriter::CreateOrReplace, error, storedId) !=
+                0) {
                 problem(line, error);
                 refused = true;
                 continue;

@@ -20,10 +20,16 @@ int CatalogueWriter::addBarcode(unsigned int articleId, const QString& barcode, 
 }
 
 int CatalogueWriter::Write(const Article& given, const QStringList& extraBarcodes, Mode mode,
-                           QString& error) {
+                           QString& error, std::optional<unsigned int> storedId) {
     Article article = given;
     Article stored;
-    const int found = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
+    int found = 3;
+    if (!storedId) {
+        found = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
+    } else if (*storedId != 0) {
+        found = 0;
+        stored.id = *storedId;
+    }
     if (found == 0 && mode == CreateOnly) {
         error =
             QStringLiteral("PLU %1 is already taken by \"%2\"").arg(article.pluNo).arg(stored.name);

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <optional>
 
 #include "Article.h"
 #include "ArticleManager.h"
@@ -18,8 +19,11 @@ public:
 
     explicit CatalogueWriter(ArticleManager& manager);
 
-    // Returns the library's result (0 done) with `error` saying what was refused.
-    int Write(const Article& article, const QStringList& extraBarcodes, Mode mode, QString& error);
+    // Returns the library's result (0 done) with `error` saying what was refused. `storedId`:
+    // the id of the article on file under this PLU (0 for none) when the caller knows it, so
+    // that a bulk import need not look every PLU up.
+    int Write(const Article& article, const QStringList& extraBarcodes, Mode mode, QString& error,
+              std::optional<unsigned int> storedId = std::nullopt);
 
 private:
     int addBarcode(unsigned int articleId, const QString& barcode, bool isMain, QString& error);
