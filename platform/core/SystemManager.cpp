@@ -67,7 +67,10 @@ bool SystemManager::InitializeAll() {
         for (SystemInitializer* initializer : ordered) {
             const SystemBase* system = initializer->GetSystem();
             const int state = system ? system->GetState() : SystemBase::STATE_UNKNOWN;
-            if (state == SystemBase::STATE_READY || state == SystemBase::STATE_FAILED) {
+            // An uninitialised system has torn down what it had: starting it again could only
+            // use what is gone.
+            if (state == SystemBase::STATE_READY || state == SystemBase::STATE_FAILED ||
+                state == SystemBase::STATE_UNINITIALIZED) {
                 continue;
             }
             if (initializer->Initialize() == SystemBase::STATE_READY) {

@@ -22,8 +22,9 @@ public:
 
     // Initialises every registered system that is not ready yet, those a system depends on
     // first. A system that answers 2 (something it needs is not ready) is retried in the same
-    // call as long as other systems make progress, and again at the next call. Failed systems
-    // (4) are not retried. True when every registered system is ready (3).
+    // call as long as other systems make progress, and again at the next call. Failed (4) and
+    // uninitialised (5) systems are not started again. True when every registered system is
+    // ready (3).
     bool InitializeAll();
     // Uninitialises the ready and failed systems, dependants first.
     void UninitializeAll();

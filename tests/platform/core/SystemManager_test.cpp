@@ -85,6 +85,9 @@ TEST_F(SystemManagerTest, StartsDependenciesFirstAndStopsThemLast) {
     EXPECT_TRUE(journal.isEmpty());
     manager->UninitializeAll();
     EXPECT_EQ(QStringList({"down articles", "down payment", "down logger"}), journal);
+    journal.clear();
+    EXPECT_FALSE(manager->InitializeAll()) << "uninitialised systems stay down";
+    EXPECT_TRUE(journal.isEmpty());
     for (SystemInitializer* initializer : before) {
         manager->RegisterSystemInitializer(initializer);
     }
