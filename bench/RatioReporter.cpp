@@ -54,7 +54,7 @@ void RatioReporter::AddMeasurement(const std::string& name, double value, const 
 
 void RatioReporter::Finalize() {
     ConsoleReporter::Finalize();
-    std::printf("\n%-34s %9s %12s %12s %8s %-16s %s\n", "operation", "articles", "library", "raw",
+    std::printf("\n%-46s %9s %12s %12s %8s %-16s %s\n", "operation", "articles", "library", "raw",
                 "ratio", "target", "holds");
     for (const Target& target : targets) {
         const auto lib = medians.find("lib/" + target.operation);
@@ -115,7 +115,7 @@ void RatioReporter::Finalize() {
         } else {
             continue;
         }
-        std::printf("%-34s %9d %12s %12s %8s %-16s %s\n", target.operation.c_str(), size,
+        std::printf("%-46s %9d %12s %12s %8s %-16s %s\n", target.operation.c_str(), size,
                     library.c_str(), baseline.c_str(), ratio.c_str(), goal.c_str(), holds.c_str());
     }
     std::fflush(stdout);

@@ -3,7 +3,7 @@
 # arguments name further packages a script needs (e.g. clang for the fuzzer, valgrind).
 set -eu
 
-packages="g++ cmake ninja-build pkg-config binutils qtbase5-dev libsqlite3-dev libgtest-dev $*"
+packages="g++ cmake ninja-build pkg-config binutils qtbase5-dev libsqlite3-dev libgtest-dev libbenchmark-dev $*"
 
 missing=""
 for package in $packages; do
