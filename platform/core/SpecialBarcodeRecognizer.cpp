@@ -99,11 +99,12 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     // The database is asked without the recogniser's lock held: a thread holding the database
     // in a transaction may scan meanwhile.
     DBManager* db = fixedDb ? fixedDb : G::dbArticles;
-    if (!db || !db->IsOpen() || !db->GetTable(prefixTable)) {
+    if (!db || !db->IsOpen()) {
         return {};
     }
-    // The table's own version: writes to articles and barcodes leave the cache valid, changes
-    // of the prefixes (here or through another connection) show at the next scan.
+    // The table's own version costs no database access: a prefix changed through this
+    // database shows at the next scan, one changed through another connection once this one
+    // has read since (every lookup does).
     const quint64 version = db->GetTableVersion(prefixTable);
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -113,7 +114,7 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     }
     QVector<Prefix> fresh;
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    if (db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
+    if (db->GetTable(prefixTable) && db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
         for (const DBRow* row : *rows) {
             const QString prefix = row->GetValue(prefixColumn).toString();
             // Only digits can begin an EAN-13; an empty prefix would make every code special.

@@ -816,21 +816,20 @@ quint64 DBManager::GetTableVersion(const QString& table) const {
     if (!d->connection) {
         return 0;
     }
-    // PRAGMA data_version moves only with other connections' commits.
-    quint64 others = 0;
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    if (SqliteStatement* version =
-            d->cache.Acquire(QStringLiteral("PRAGMA data_version"), rc, multiple)) {
-        Private::Lease lease(d->cache, version);
-        if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
-            others = static_cast<quint64>(sqlite3_column_int64(version->Handle(), 0));
-        }
+    // The pager's data version moves with every commit, this connection's own included, and
+    // shows another connection's commit from this connection's next read on. Asking it starts
+    // no transaction (a read transaction costs a lookup several file-lock calls). Own writes
+    // inside an open transaction do not move it: the update hook's counts cover those.
+    unsigned int pager = 0;
+    sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &pager);
+    if (pager != d->seenDataVersion) {
+        d->seenDataVersion = pager;
+        ++d->commitEpoch;
     }
     const auto own = d->tableChanges.find(table.toStdString());
     const quint64 changes =
         d->unattributedWrites + (own == d->tableChanges.end() ? 0 : own->second);
-    return (others << 32) ^ changes;
+    return (d->commitEpoch << 32) + (changes & 0xffffffffu);
 }
 
 int DBManager::AddStatementObserver(const StatementObserver& observer) {

@@ -149,9 +149,10 @@ public:
     // Changes whenever the file's content changed, through this manager or another connection
     // (seen by this one from its next read). Lets callers keep caches of small tables.
     quint64 GetDataVersion() const;
-    // Changes whenever rows of `table` may have changed, through this manager or another
-    // connection; unlike GetDataVersion, writes of this manager to other tables leave it alone.
-    // Lets callers keep caches of small tables that stay valid while other tables are written.
+    // Changes whenever rows of `table` may have changed: at once for this manager's writes
+    // (inside a transaction too, where writes to other tables leave it alone), and for another
+    // connection's commits from this manager's next read on. Costs no database access: lets
+    // callers check caches of small tables at every use.
     quint64 GetTableVersion(const QString& table) const;
 
     // Observers receive every SQL text handed to Execute, as given, before it runs. Setting the

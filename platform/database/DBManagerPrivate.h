@@ -235,6 +235,9 @@ public:
     std::string lastChangedTable;
     quint64* lastChangedCount = nullptr;
     quint64 unattributedWrites = 0;
+    // The pager's data version last seen by GetTableVersion, and how often it moved.
+    unsigned int seenDataVersion = 0;
+    quint64 commitEpoch = 0;
     int schemaVersion = 0;
     bool writeOnlyInTransaction = false;
     bool inTransaction = false;

@@ -80,31 +80,46 @@ TEST_F(SpecialBarcodeRecognizerTest, OtherCodesAreLeftAlone) {
 }
 
 TEST_F(SpecialBarcodeRecognizerTest, PrefixesChangedInTheDatabaseApplyAtTheNextScan) {
-    // Changed from another connection with no other read in between: the very next scan sees it.
+    // Changed from another connection: seen once this connection has read since, as the
+    // register does between scans.
     const QString label = ean13(QStringLiteral("211234500123"));
     QString out;
     EXPECT_FALSE(recognizer.getArticleBarcode(label, out));
-    Raw().Exec(QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES (9, '21', NULL)"));
+    unsigned long ignored = 0;
+    auto changeElsewhere = [&](const char* sql) {
+        Raw().Exec(QString::fromUtf8(sql));
+        articles->Count(QStringLiteral("Article"), ignored);
+    };
+    changeElsewhere("INSERT INTO SpecialBarcodePrefixes VALUES (9, '21', NULL)");
     SpecialBarcodeReading reading;
     ASSERT_TRUE(recognizer.Read(label, reading));
     EXPECT_EQ(SPECIAL_BARCODE_NONE, reading.type);
     EXPECT_EQ(123u, reading.value);
     // The longest stored prefix wins, even one reaching into the value digits.
-    Raw().Exec(QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES (10, '2112', 0)"));
+    changeElsewhere("INSERT INTO SpecialBarcodePrefixes VALUES (10, '2112', 0)");
     ASSERT_TRUE(recognizer.Read(label, reading));
     EXPECT_EQ(QStringLiteral("2112"), reading.prefix);
     EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, reading.type);
-    Raw().Exec(QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES (11, '211234500', 1)"));
+    changeElsewhere("INSERT INTO SpecialBarcodePrefixes VALUES (11, '211234500', 1)");
     ASSERT_TRUE(recognizer.Read(label, reading));
     EXPECT_EQ(QStringLiteral("211234500"), reading.prefix);
     EXPECT_EQ(ean13(QStringLiteral("211234500000")), reading.articleBarcode);
-    Raw().Exec(QStringLiteral("DELETE FROM SpecialBarcodePrefixes WHERE prefix LIKE '21%'"));
+    changeElsewhere("DELETE FROM SpecialBarcodePrefixes WHERE prefix LIKE '21%'");
     EXPECT_FALSE(recognizer.getArticleBarcode(label, out));
     // A prefix edited in place counts as removed at once.
     const QString priced = ean13(QStringLiteral("271234501599"));
     ASSERT_TRUE(recognizer.getArticleBarcode(priced, out));
-    Raw().Exec(QStringLiteral("UPDATE SpecialBarcodePrefixes SET prefix = '28' WHERE id = 1"));
+    changeElsewhere("UPDATE SpecialBarcodePrefixes SET prefix = '28' WHERE id = 1");
     EXPECT_FALSE(recognizer.getArticleBarcode(priced, out));
+    // Through this database, inside a transaction too, the very next scan sees the change.
+    ASSERT_EQ(0, articles->BeginTransaction());
+    ASSERT_EQ(0, articles->Execute(
+                     QStringLiteral("UPDATE SpecialBarcodePrefixes SET prefix = '27' WHERE id = 1"),
+                     nullptr));
+    EXPECT_TRUE(recognizer.getArticleBarcode(priced, out));
+    ASSERT_EQ(0, articles->ClearTable(QStringLiteral("SpecialBarcodePrefixes")));
+    EXPECT_FALSE(recognizer.getArticleBarcode(priced, out));
+    ASSERT_EQ(0, articles->CommitTransaction());
 }
 
 TEST_F(SpecialBarcodeRecognizerTest, WithoutADatabaseNothingIsSpecial) {
