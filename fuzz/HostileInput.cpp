@@ -217,7 +217,8 @@ public:
                     ++p;
                 }
             } else if (p + 1 < end && p[0] == '/' && p[1] == '*') {
-                const char* close = std::search(p + 2, end, "*/", "*/" + 2);
+                static const char closing[] = "*/";
+                const char* close = std::search(p + 2, end, closing, closing + 2);
                 p = close == end ? end : close + 2;
             } else {
                 return true;
