@@ -1186,7 +1186,9 @@ QString HostileInput::Private::addPrefix(const Decoded& in) {
     const TableRows& before = baseline[prefixTable];
     TableRows want = before;
     const int kindColumn = before.Column(QStringLiteral("weight_or_price"));
-    Cells row = before.rows.value(id, {intCell(id), QByteArray(), QByteArray("n")});
+    // A stored entry of that id is replaced whole: without a kind it has none (NULL).
+    Cells row(before.columns.size(), QByteArray("n"));
+    row[before.Column(QStringLiteral("id"))] = intCell(id);
     row[before.Column(QStringLiteral("prefix"))] = textCell(in.text);
     if (type != SPECIAL_BARCODE_NONE) {
         row[kindColumn] = intCell(type == SPECIAL_BARCODE_PRICE ? 1 : 0);
