@@ -80,6 +80,7 @@ eDBOperationResult DBManager::Open() {
     sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_busy_timeout(d->connection, busyTimeoutMs);
     sqlite3_update_hook(d->connection, &Private::countRowChange, d.get());
+    sqlite3_progress_handler(d->connection, progressSteps, &Private::checkDeadline, d.get());
     // Reading the schema first tells a file that is not a database before anything is written.
     rc = d->exec("PRAGMA schema_version");
     if (rc == SQLITE_OK) {
@@ -341,6 +342,17 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
     if (result) {
         rows.SetColumnNames(statement->ColumnNames());
     }
+    // A query gets a time limit (writes are the library's own fixed statements and must run
+    // to their end, e.g. a price conversion of the whole catalogue).
+    struct Deadline {
+        Private& d;
+        explicit Deadline(Private& d, bool limited) : d(d) {
+            d.deadlineSet = limited && d.readTimeLimitMs > 0;
+            d.deadline =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(d.readTimeLimitMs);
+        }
+        ~Deadline() { d.deadlineSet = false; }
+    } limit(*d, statement->IsReadOnly());
     while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
         if (result) {
             QVector<QVariant> row(columnCount);
@@ -349,6 +361,13 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
             }
             rows.AppendRow(row);
         }
+    }
+    if ((rc & 0xff) == SQLITE_INTERRUPT && d->deadlineSet) {
+        sqlite3_reset(statement->Handle());
+        return d->refuse(operation, DB_OPERATION_ERROR,
+                         QStringLiteral("the query ran longer than %1 ms and was stopped [%2]")
+                             .arg(d->readTimeLimitMs)
+                             .arg(sql));
     }
     if (rc != SQLITE_DONE) {
         return d->fail(operation, rc, sql);
@@ -809,6 +828,16 @@ quint64 DBManager::GetDataVersion() const {
     unsigned int version = 0;
     sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
     return version;
+}
+
+void DBManager::SetReadTimeLimit(int milliseconds) {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    d->readTimeLimitMs = qMax(0, milliseconds);
+}
+
+int DBManager::GetReadTimeLimit() const {
+    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    return d->readTimeLimitMs;
 }
 
 quint64 DBManager::GetTableVersion(const QString& table) const {

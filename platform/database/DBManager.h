@@ -100,8 +100,14 @@ public:
                                   const QString& orderColumn, bool ignoreCase);
 
     // Runs exactly one statement; a text holding a second statement is refused (7) and nothing
-    // runs. A SELECT fills `result` (may be null); other statements leave it empty.
+    // runs. A SELECT fills `result` (may be null); other statements leave it empty. A query
+    // that runs longer than the read time limit is stopped and fails (4).
     eDBOperationResult Execute(const QString& sql, DBDirectQueryResult* result);
+    // How long a query run by Execute may take, in milliseconds (0: no limit; 10 s by default).
+    // Scanned or typed text goes into the library's statements as written and must not be able
+    // to stop the register with a query that never ends.
+    void SetReadTimeLimit(int milliseconds);
+    int GetReadTimeLimit() const;
 
     // Adds the rows (all of one table) in one transaction: all or none. A row whose primary key
     // is already stored replaces that row (columns it does not give take their defaults, as in a

@@ -92,6 +92,11 @@ void DBManager::Private::countRowChange(void* owner, int, const char*, const cha
     ++*d->lastChangedCount;
 }
 
+int DBManager::Private::checkDeadline(void* owner) {
+    const auto* d = static_cast<const Private*>(owner);
+    return d->deadlineSet && std::chrono::steady_clock::now() > d->deadline ? 1 : 0;
+}
+
 void DBManager::Private::countTableWrite(const QString& table) {
     ++tableChanges[table.toStdString()];
 }

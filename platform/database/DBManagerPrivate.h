@@ -11,6 +11,7 @@
 #include <QString>
 #include <QVector>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -29,6 +30,11 @@ constexpr int logLevelNotice = 3;
 constexpr int logLevelError = 5;
 constexpr int statementCacheCapacity = 128;
 constexpr int busyTimeoutMs = 5000;
+// How long a query handed to Execute may run: the library puts scanned and typed text into
+// its statements as written, and such text can turn a lookup into a query that never ends.
+constexpr int defaultReadTimeLimitMs = 10000;
+// Virtual-machine steps between two looks at the clock while a limit applies.
+constexpr int progressSteps = 10000;
 
 // Hands a message to the installed log handler (standard error when none is installed).
 void logMessage(int level, const QString& text);
@@ -235,6 +241,11 @@ public:
     std::string lastChangedTable;
     quint64* lastChangedCount = nullptr;
     quint64 unattributedWrites = 0;
+    // The end of the time a query of Execute may take, while one runs.
+    static int checkDeadline(void* owner);
+    int readTimeLimitMs = DBManagerDetail::defaultReadTimeLimitMs;
+    bool deadlineSet = false;
+    std::chrono::steady_clock::time_point deadline;
     // The pager's data version last seen by GetTableVersion, and how often it moved.
     unsigned int seenDataVersion = 0;
     quint64 commitEpoch = 0;

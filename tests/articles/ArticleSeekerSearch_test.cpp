@@ -96,6 +96,15 @@ TEST_F(ArticleSeekerSearch, ScanLookupFailuresLeaveTheArticleAlone) {
         seeker.FindArticleByBarcode(code, article, false);
     }
     EXPECT_EQ(2, Raw().Count(QStringLiteral("Article")));
+    // A code that turns the lookup into a query without end is stopped, not left to hang the
+    // register.
+    articles->SetReadTimeLimit(200);
+    EXPECT_EQ(4, seeker.FindArticleByBarcode(
+                     QStringLiteral("x\" OR (WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT "
+                                    "n + 1 FROM c) SELECT count(*) FROM c) OR \""),
+                     article, false));
+    EXPECT_TRUE(log->Mentions(QStringLiteral("ran longer than 200 ms and was stopped")));
+    EXPECT_EQ(QStringLiteral("before"), article.name);
     Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
     EXPECT_EQ(4, seeker.FindArticleByBarcode(QStringLiteral("5901234123457"), article, false));
     EXPECT_TRUE(log->Contains(

@@ -184,6 +184,29 @@ TEST_F(DBManagerSql, DoubleQuotedTextIsAlwaysAValue) {
     EXPECT_EQ(QStringLiteral("number"), result.GetColumnNames().value(0));
 }
 
+TEST_F(DBManagerSql, OnlyQueriesHaveATimeLimit) {
+    EXPECT_EQ(10000, articles->GetReadTimeLimit());
+    articles->SetReadTimeLimit(1);
+    // A write runs to its end however long it takes...
+    ASSERT_EQ(0, articles->Execute(
+                     QStringLiteral("INSERT INTO NotepadCategoryItem (category_id, plu_no) "
+                                    "WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "
+                                    "c WHERE n < 50000) SELECT 1, n FROM c"),
+                     nullptr));
+    EXPECT_EQ(50000, Raw().Count(QStringLiteral("NotepadCategoryItem")));
+    // ...a query is stopped, and the next one gets its own time.
+    DBDirectQueryResult result;
+    EXPECT_EQ(DB_OPERATION_ERROR,
+              articles->Execute(QStringLiteral("SELECT count(*) FROM NotepadCategoryItem a, "
+                                               "NotepadCategoryItem b"),
+                                &result));
+    EXPECT_TRUE(log->Mentions(QStringLiteral("ran longer than 1 ms and was stopped")));
+    articles->SetReadTimeLimit(0);
+    ASSERT_EQ(
+        0, articles->Execute(QStringLiteral("SELECT count(*) FROM NotepadCategoryItem"), &result));
+    EXPECT_EQ(50000, result.GetValue(0, 0).toInt());
+}
+
 TEST_F(DBManagerSql, HostileTextNeitherCrashesNorChangesData) {
     AddArticle(1, QStringLiteral("Chleb"), QStringLiteral("111"));
     const QStringList before = articlesInTable();
