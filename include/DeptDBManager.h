@@ -25,6 +25,8 @@ public:
     DeptDBManager();
     ~DeptDBManager() override;
 
+    // The base's two-argument form stays callable beside this one.
+    using AbstractDatabaseTableManager::Initialize;
     // Binds the manager to the Dept table of `db` and loads the cache, then binds the firmware
     // initializer to G::dbArticles. False when any of that fails.
     bool Initialize(DBManager* db);

@@ -7,8 +7,17 @@ SignalSystem::SignalSystem() : SystemBase(QStringLiteral("SignalSystem"), 0, STA
 
 SignalSystem::~SignalSystem() = default;
 
+namespace {
+
+// A number cast to eSignal may lie outside the enumeration.
+bool known(int signal, int count) {
+    return signal >= 0 && signal < count;
+}
+
+}  // namespace
+
 int SignalSystem::AddCallback(eSignal signal, const Callback& callback) {
-    if (!callback || signal < 0 || signal >= signalCount) {
+    if (!callback || !known(signal, signalCount)) {
         return -1;
     }
     std::lock_guard<std::mutex> lock(mutex);
@@ -17,7 +26,7 @@ int SignalSystem::AddCallback(eSignal signal, const Callback& callback) {
 }
 
 SignalSystem::CallbackList SignalSystem::GetCallbacks(eSignal signal) const {
-    if (signal < 0 || signal >= signalCount) {
+    if (!known(signal, signalCount)) {
         return {};
     }
     std::lock_guard<std::mutex> lock(mutex);
@@ -25,7 +34,7 @@ SignalSystem::CallbackList SignalSystem::GetCallbacks(eSignal signal) const {
 }
 
 void SignalSystem::ClearCallbacks(eSignal signal) {
-    if (signal < 0 || signal >= signalCount) {
+    if (!known(signal, signalCount)) {
         return;
     }
     std::lock_guard<std::mutex> lock(mutex);
