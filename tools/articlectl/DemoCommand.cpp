@@ -165,7 +165,8 @@ int RunDemo(Tool& tool, const QStringList& arguments) {
     for (int i = 0; i < found.size() && i < 5; ++i) {
         out << "  " << ArticleView::Line(found[i]) << "\n";
     }
-    out << "  (" << found.size() << " found)\n";
+    out << "  (" << found.size() << " found"
+        << (found.size() > 5 ? QStringLiteral(", the first 5 shown") : QString()) << ")\n";
 
     const Article& changed = packaged.article;
     const qint64 newPrice = changed.price + 100;
