@@ -166,6 +166,9 @@ public:
     bool loadPrefixByIndex(const DBTable* table, const DBColumn* column, const QString& prefix,
                            const DBColumn* orderColumn, QSharedPointer<DBData>& result,
                            eDBOperationResult& outcome);
+    // The rows of `table` with these rowids, in this order; false on a database error.
+    bool loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
+                         QSharedPointer<DBData>& result);
     // An FTS5 query for the rows holding the rarest trigrams of `run`, or empty when the run
     // cannot be looked up that way.
     QString trigramQuery(const TrigramIndex& index, const QString& run);

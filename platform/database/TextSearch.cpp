@@ -509,6 +509,20 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
         matching.resize(limit);
     }
     // The rows themselves, in that order.
+    QVector<qint64> rowids;
+    rowids.reserve(matching.size());
+    for (const Candidate& candidate : matching) {
+        rowids.append(candidate.rowid);
+    }
+    if (!loadRowsInOrder(table, rowids, result)) {
+        return false;
+    }
+    outcome = DB_OPERATION_SUCCESS;
+    return true;
+}
+
+bool DBManager::Private::loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
+                                         QSharedPointer<DBData>& result) {
     int rc = SQLITE_OK;
     bool multiple = false;
     SqliteStatement* byRowid =
@@ -520,8 +534,8 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
     }
     Lease lease(cache, byRowid);
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    for (const Candidate& candidate : matching) {
-        sqlite3_bind_int64(byRowid->Handle(), 1, candidate.rowid);
+    for (const qint64 rowid : rowids) {
+        sqlite3_bind_int64(byRowid->Handle(), 1, rowid);
         rc = appendRows(byRowid, table, *rows);
         sqlite3_reset(byRowid->Handle());
         if (rc != SQLITE_DONE) {
@@ -529,7 +543,6 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
         }
     }
     result = rows;
-    outcome = DB_OPERATION_SUCCESS;
     return true;
 }
 
@@ -628,24 +641,14 @@ bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn*
         }
     }
     std::sort(matching.begin(), matching.end());
-    SqliteStatement* byRowid =
-        cache.Acquire(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
-                          QStringLiteral(" WHERE rowid = ?"),
-                      rc, multiple);
-    if (!byRowid) {
+    QVector<qint64> rowids;
+    rowids.reserve(matching.size());
+    for (const Candidate& candidate : matching) {
+        rowids.append(candidate.rowid);
+    }
+    if (!loadRowsInOrder(table, rowids, result)) {
         return false;
     }
-    Lease rowLease(cache, byRowid);
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    for (const Candidate& candidate : matching) {
-        sqlite3_bind_int64(byRowid->Handle(), 1, candidate.rowid);
-        rc = appendRows(byRowid, table, *rows);
-        sqlite3_reset(byRowid->Handle());
-        if (rc != SQLITE_DONE) {
-            return false;
-        }
-    }
-    result = rows;
     outcome = DB_OPERATION_SUCCESS;
     return true;
 }
