@@ -264,6 +264,22 @@ TEST_F(TextSearch, FoldedIndexHoldsExactlyTheStoredArticles) {
     searchAndCheck("clearing the table");
 }
 
+TEST_F(TextSearch, AFoldThatFailsLeavesTheSearchToTheScan) {
+    // Notes that cannot be cleared keep the index behind the table: it must not be trusted.
+    Raw().FailOn(QStringLiteral("ArticleSearchPending"), QStringLiteral("DELETE"));
+    Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Nowa nazwa' WHERE id = 1"));
+    expectSameAsScan(QStringLiteral("art_name"), QStringLiteral("%nowa naz%"),
+                     QStringLiteral("UPPER(art_name)"), 100);
+    EXPECT_EQ(1, Raw().Count(QStringLiteral("ArticleSearchPending")));
+    Raw().StopFailing(QStringLiteral("ArticleSearchPending"), QStringLiteral("DELETE"));
+    expectSameAsScan(QStringLiteral("art_name"), QStringLiteral("%nowa naz%"),
+                     QStringLiteral("UPPER(art_name)"), 100);
+    EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleSearchPending")));
+    // The failed fold left nothing half done that the next one would apply twice.
+    EXPECT_EQ(0, Raw().Exec(QStringLiteral("INSERT INTO ArticleSearch (ArticleSearch, rank) "
+                                           "VALUES ('integrity-check', 1)")));
+}
+
 TEST_F(TextSearch, SmallestUnusedValueMatchesTheWalk) {
     std::mt19937 random(5);
     for (int round = 0; round < 20; ++round) {
