@@ -139,6 +139,21 @@ struct Candidate {
     }
 };
 
+// The rowids of the candidates in the order the plain statement would list them, the first
+// `limit` only when `limit` > 0.
+QVector<qint64> orderedRowids(QVector<Candidate>& matching, int limit) {
+    std::sort(matching.begin(), matching.end());
+    if (limit > 0 && matching.size() > limit) {
+        matching.resize(limit);
+    }
+    QVector<qint64> rowids;
+    rowids.reserve(matching.size());
+    for (const Candidate& candidate : matching) {
+        rowids.append(candidate.rowid);
+    }
+    return rowids;
+}
+
 // The text of a result column as SQLite stores it (UTF-8).
 QByteArray columnBytes(sqlite3_stmt* statement, int column) {
     return QByteArray(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
@@ -504,17 +519,7 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
                                                    : QByteArray(),
                       candidate.rowid});
     }
-    std::sort(matching.begin(), matching.end());
-    if (limit > 0 && matching.size() > limit) {
-        matching.resize(limit);
-    }
-    // The rows themselves, in that order.
-    QVector<qint64> rowids;
-    rowids.reserve(matching.size());
-    for (const Candidate& candidate : matching) {
-        rowids.append(candidate.rowid);
-    }
-    if (!loadRowsInOrder(table, rowids, result)) {
+    if (!loadRowsInOrder(table, orderedRowids(matching, limit), result)) {
         return false;
     }
     outcome = DB_OPERATION_SUCCESS;
@@ -640,13 +645,7 @@ bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn*
             return false;
         }
     }
-    std::sort(matching.begin(), matching.end());
-    QVector<qint64> rowids;
-    rowids.reserve(matching.size());
-    for (const Candidate& candidate : matching) {
-        rowids.append(candidate.rowid);
-    }
-    if (!loadRowsInOrder(table, rowids, result)) {
+    if (!loadRowsInOrder(table, orderedRowids(matching, 0), result)) {
         return false;
     }
     outcome = DB_OPERATION_SUCCESS;
