@@ -2,19 +2,31 @@
 
 #include <sqlite3.h>
 
-#include <QFileInfo>
+#include <QPair>
+#include <QVector>
+#include <atomic>
+#include <mutex>
+#include <thread>
 
-#include "DBManagerPrivate.h"
+#include "ChangeTracker.h"
+#include "DatabaseLog.h"
+#include "QueryLimits.h"
+#include "SchemaCatalogue.h"
 #include "SchemaMigrator.h"
-#include "SqlLiteralParameterizer.h"
-#include "UnicodeSqlFunctions.h"
-
-using namespace DBManagerDetail;
+#include "SqlText.h"
+#include "SqliteConnection.h"
+#include "SqliteTransaction.h"
+#include "StatementRunner.h"
+#include "TextSearchIndex.h"
+#include "UnusedValueSearch.h"
 
 namespace {
 
 constexpr quint32 articlesApplicationId = 0x414D4152;  // "AMAR"
 constexpr quint32 receiptsApplicationId = 0x414D5243;  // "AMRC"
+// How long a query handed to Execute may run: the library puts scanned and typed text into
+// its statements, and nothing it holds may stop the register.
+constexpr int defaultReadTimeLimitMs = 10000;
 
 const SchemaMigrator* migratorFor(DBManager::eSchema schema) {
     static const SchemaMigrator articles(QStringLiteral(":/articledb/schema/articles"),
@@ -32,101 +44,228 @@ const SchemaMigrator* migratorFor(DBManager::eSchema schema) {
     }
 }
 
+using Lock = std::lock_guard<std::recursive_mutex>;
+
 }  // namespace
+
+// The parts of one open database. `mutex` guards all of them: the connection serves one
+// thread at a time, and BeginTransaction keeps it locked until the transaction ends.
+class DBManager::Private {
+public:
+    Private(const QString& fileName, eSchema schema)
+        : fileName(fileName), schema(schema), failures(fileName) {}
+
+    // False (with `rc` set and logged) when the database is not open.
+    bool checkOpen(const char* operation, eDBOperationResult& rc);
+    // False (with `rc` set and logged) when writes must wait for a transaction.
+    bool writeAllowed(const char* operation, eDBOperationResult& rc);
+    // Reads the schema again when it changed, and what the search index derives from it.
+    void refreshSchema();
+    // The current description of a table, read from the schema when not known yet.
+    DBTable* describe(const QString& name);
+    // The table a row was built on, as currently described, once every field of the row names
+    // one of its columns; null (with `result` set and logged) otherwise.
+    const DBTable* rowTable(const char* operation, const DBRow* row, eDBOperationResult& result);
+    // Appends the row's fields to `sql` as conditions joined by AND, their values to `values`;
+    // false (with `result` set and logged) when a field names no column of `table`.
+    bool appendConditions(const char* operation, const DBRow* row, const DBTable* table, bool like,
+                          QString& sql, QVector<QVariant>& values, eDBOperationResult& result);
+    void closeNow();
+    void notifyObservers(const QString& sql);
+
+    const QString fileName;
+    const eSchema schema;
+    mutable std::recursive_mutex mutex;
+    std::atomic<int> state{STATE_CREATED};
+    FailureLog failures;
+    QueryLimits limits;
+    ChangeTracker changes;
+    SqliteConnection connection;
+    StatementRunner runner{failures, limits};
+    SchemaCatalogue catalogue;
+    TextSearchIndex search{runner, catalogue};
+    // BeginTransaction's transaction, and the thread it belongs to.
+    std::unique_ptr<SqliteTransaction> transaction;
+    std::thread::id transactionOwner;
+    int schemaVersion = 0;
+    int readTimeLimitMs = defaultReadTimeLimitMs;
+    bool writeOnlyInTransaction = false;
+    int keepOpen = 0;
+    bool closePending = false;
+    // Observers have their own lock: they are told before the database's lock is taken.
+    std::mutex observerMutex;
+    QVector<QPair<int, StatementObserver>> observers;
+    int nextObserverId = 1;
+};
+
+bool DBManager::Private::checkOpen(const char* operation, eDBOperationResult& rc) {
+    if (connection.IsOpen()) {
+        return true;
+    }
+    rc = failures.Refuse(operation, DB_OPERATION_NOT_INITIALIZED,
+                         QStringLiteral("the database is not open"));
+    return false;
+}
+
+bool DBManager::Private::writeAllowed(const char* operation, eDBOperationResult& rc) {
+    if (!writeOnlyInTransaction || transaction) {
+        return true;
+    }
+    rc = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                         QStringLiteral("writes are allowed only inside a transaction"));
+    return false;
+}
+
+void DBManager::Private::refreshSchema() {
+    if (catalogue.Refresh(connection.Handle())) {
+        search.Describe();
+    }
+}
+
+DBTable* DBManager::Private::describe(const QString& name) {
+    if (DBTable* table = catalogue.Find(name, false)) {
+        return table;
+    }
+    refreshSchema();
+    return catalogue.Find(name, true);
+}
+
+const DBTable* DBManager::Private::rowTable(const char* operation, const DBRow* row,
+                                            eDBOperationResult& result) {
+    if (!row || !row->GetTable()) {
+        result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                 QStringLiteral("the row belongs to no table"));
+        return nullptr;
+    }
+    const DBTable* table = describe(row->GetTable()->GetName());
+    if (!table) {
+        result = failures.Refuse(operation, DB_OPERATION_ERROR,
+                                 QStringLiteral("no such table: ") + row->GetTable()->GetName());
+        return nullptr;
+    }
+    for (const DBField* field : row->GetFields()) {
+        if (!table->GetColumn(field->GetColumnName())) {
+            result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                     QStringLiteral("no such column: %1 in table %2")
+                                         .arg(field->GetColumnName(), table->GetName()));
+            return nullptr;
+        }
+    }
+    return table;
+}
+
+bool DBManager::Private::appendConditions(const char* operation, const DBRow* row,
+                                          const DBTable* table, bool like, QString& sql,
+                                          QVector<QVariant>& values, eDBOperationResult& result) {
+    bool first = true;
+    for (const DBField* field : row->GetFields()) {
+        const DBColumn* column = table->GetColumn(field->GetColumnName());
+        if (!column) {
+            result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                     QStringLiteral("no such column: %1 in table %2")
+                                         .arg(field->GetColumnName(), table->GetName()));
+            return false;
+        }
+        sql += first ? QStringLiteral(" WHERE ") : QStringLiteral(" AND ");
+        first = false;
+        sql += column->GetQuotedName();
+        if (!field->GetValue().isValid()) {
+            sql += QStringLiteral(" IS NULL");
+        } else {
+            sql += like ? QStringLiteral(" LIKE ?") : QStringLiteral(" = ?");
+            values.append(field->GetValue());
+        }
+    }
+    return true;
+}
+
+void DBManager::Private::closeNow() {
+    if (!connection.IsOpen()) {
+        return;
+    }
+    if (transaction) {
+        transaction.reset();  // rolls back
+        mutex.unlock();       // the level BeginTransaction kept
+    }
+    search.Clear();
+    catalogue.Clear();
+    runner.Detach();
+    connection.Close();
+    state = STATE_CLOSED;
+}
+
+void DBManager::Private::notifyObservers(const QString& sql) {
+    QVector<QPair<int, StatementObserver>> copy;
+    {
+        std::lock_guard<std::mutex> lock(observerMutex);
+        copy = observers;
+    }
+    for (const auto& observer : copy) {
+        observer.second(sql);
+    }
+}
+
+// ---- Opening and closing ----------------------------------------------------------------------
 
 DBManager::DBManager(const QString& fileName, eSchema schema)
     : d(std::make_unique<Private>(fileName, schema)) {
     if (qEnvironmentVariableIntValue("ARTICLEDB_TRACE_SQL") != 0) {
-        AddStatementObserver(
-            [](const QString& sql) { logMessage(logLevelNotice, QStringLiteral("SQL: ") + sql); });
+        AddStatementObserver([](const QString& sql) {
+            DatabaseLog::Message(DatabaseLog::levelNotice, QStringLiteral("SQL: ") + sql);
+        });
     }
 }
 
 DBManager::~DBManager() {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     d->closeNow();
 }
 
 eDBOperationResult DBManager::Open() {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (d->connection) {
+    static const char* const operation = "Open";
+    Lock lock(d->mutex);
+    if (d->connection.IsOpen()) {
         return DB_OPERATION_SUCCESS;
     }
-    const QByteArray path = d->fileName.toUtf8();
-    int rc =
-        sqlite3_open_v2(path.constData(), &d->connection,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    auto abandon = [this](int code, const QString& why) {
-        const QString reason =
-            why.isEmpty() ? (d->connection ? QString::fromUtf8(sqlite3_errmsg(d->connection))
-                                           : QString::fromUtf8(sqlite3_errstr(code)))
-                          : why;
-        d->lastError = reason;
-        logMessage(logLevelError, QStringLiteral("DBManager::Open() on %1: %2")
-                                      .arg(QFileInfo(d->fileName).fileName(), reason));
-        d->cache.SetConnection(nullptr);
-        sqlite3_close_v2(d->connection);
-        d->connection = nullptr;
+    auto abandon = [this](int rc, const QString& why) {
+        d->connection.Close();
         d->state = STATE_FAILED;
-        const eDBOperationResult result = resultFor(code);
-        return result == DB_OPERATION_SUCCESS ? DB_OPERATION_ERROR : result;
+        const eDBOperationResult result = DatabaseLog::ResultFor(rc);
+        return d->failures.Refuse(
+            operation, result == DB_OPERATION_SUCCESS ? DB_OPERATION_ERROR : result, why);
     };
-    if (rc != SQLITE_OK) {
-        return abandon(rc, QString());
-    }
-    sqlite3_extended_result_codes(d->connection, 1);
-    // Double quotes name identifiers only: a misspelt column must never become a text value.
-    sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
-    sqlite3_db_config(d->connection, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
-    sqlite3_busy_timeout(d->connection, busyTimeoutMs);
-    sqlite3_update_hook(d->connection, &Private::countRowChange, d.get());
-    sqlite3_progress_handler(d->connection, progressSteps, &Private::checkDeadline, d.get());
-    // Reading the schema first tells a file that is not a database before anything is written.
-    rc = d->exec("PRAGMA schema_version");
-    if (rc == SQLITE_OK) {
-        rc = d->exec("PRAGMA journal_mode = WAL");
-    }
-    if (rc == SQLITE_OK) {
-        rc = d->exec("PRAGMA synchronous = FULL");
-    }
-    if (rc == SQLITE_OK) {
-        // A bounded page cache rather than a mapped file: every mapped page a search or a scan
-        // touches would stay in the register's resident memory.
-        rc = d->exec("PRAGMA mmap_size = 0");
-    }
-    if (rc == SQLITE_OK) {
-        rc = d->exec("PRAGMA cache_size = -4096");
-    }
-    if (rc == SQLITE_OK) {
-        // Statement journals in memory: inside a long transaction SQLite otherwise writes the
-        // pages every statement touches to a temporary file, which cost a price list import
-        // most of its time (and would wear the register's flash).
-        rc = d->exec("PRAGMA temp_store = MEMORY");
-    }
-    if (rc == SQLITE_OK) {
-        rc = UnicodeSqlFunctions::Register(d->connection);
-    }
-    if (rc != SQLITE_OK) {
-        return abandon(rc, QString());
-    }
-    if (const SchemaMigrator* migrator = migratorFor(d->schema)) {
-        QString error;
-        rc = migrator->Migrate(d->connection, error);
+    const SchemaMigrator* migrator = migratorFor(d->schema);
+    QString error;
+    if (migrator) {
+        // Looked at before anything is written: switching the journal to WAL alone rewrites
+        // the file's header.
+        SchemaMigrator::FileFacts facts;
+        int rc = SchemaMigrator::ReadFacts(d->fileName, facts, error);
+        if (rc == SQLITE_OK) {
+            rc = migrator->Accepts(facts, error);
+        }
         if (rc != SQLITE_OK) {
             return abandon(rc, error);
         }
     }
-    d->cache.SetConnection(d->connection);
+    int rc = d->connection.Open(d->fileName, d->limits, d->changes, error);
+    if (rc == SQLITE_OK && migrator) {
+        rc = migrator->Migrate(d->connection.Handle(), error);
+    }
+    if (rc != SQLITE_OK) {
+        return abandon(rc, error);
+    }
+    d->runner.Attach(d->connection.Handle());
     QVariant version;
-    d->readValue("Open", QStringLiteral("PRAGMA user_version"), {}, version);
+    d->runner.ReadValue(operation, QStringLiteral("PRAGMA user_version"), {}, version);
     d->schemaVersion = version.toInt();
-    d->refreshTables();
+    d->refreshSchema();
     d->state = STATE_OPEN;
     return DB_OPERATION_SUCCESS;
 }
 
 void DBManager::Close() {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     if (d->keepOpen > 0) {
         d->closePending = true;
         return;
@@ -151,7 +290,7 @@ DBManager::eSchema DBManager::GetSchema() const {
 }
 
 int DBManager::GetSchemaVersion() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     return d->schemaVersion;
 }
 
@@ -161,47 +300,49 @@ int DBManager::LatestSchemaVersion(eSchema schema) {
 }
 
 QString DBManager::GetLastError() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    return d->lastError;
+    Lock lock(d->mutex);
+    return d->failures.LastError();
 }
 
 DBTable* DBManager::GetTable(const QString& name) const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (!d->connection) {
+    Lock lock(d->mutex);
+    if (!d->connection.IsOpen()) {
         return nullptr;
     }
-    d->refreshTables();
+    d->refreshSchema();
     return d->describe(name);
 }
+
+// ---- Reading ------------------------------------------------------------------------------------
 
 eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMode mode,
                                    QSharedPointer<DBData>& result, bool like, const QString& order,
                                    int limit) {
     static const char* const operation = "Load";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     if (!query || query->RowCount() != 1) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("the query must hold exactly one row"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("the query must hold exactly one row"));
     }
-    const DBTable* table = d->rowTable(operation, query->GetRow(0), outcome);
+    const DBRow* row = query->GetRow(0);
+    const DBTable* table = d->rowTable(operation, row, outcome);
     if (!table) {
         return outcome;
     }
-    if (like && query->GetRow(0)->FieldCount() == 1 &&
-        d->loadLikeByIndex(table, query->GetRow(0)->GetFields().first(), mode, order, limit, result,
-                           outcome)) {
-        return outcome;
+    if (like && row->FieldCount() == 1 &&
+        d->search.LoadLike(table, row->GetFields().first(), mode, order, limit, result)) {
+        return DB_OPERATION_SUCCESS;
     }
     QString sql;
     sql.reserve(128);
     sql += QStringLiteral("SELECT * FROM ");
     sql += table->GetQuotedName();
     QVector<QVariant> values;
-    if (!d->appendConditions(operation, query->GetRow(0), table, like, sql, values, outcome)) {
+    if (!d->appendConditions(operation, row, table, like, sql, values, outcome)) {
         return outcome;
     }
     auto keyOrder = [table] {
@@ -221,46 +362,47 @@ eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMod
         sql += QStringLiteral(" LIMIT ?");
         values.append(limit);
     }
-    return d->readRows(operation, sql, values, table, result);
+    return d->runner.ReadRows(operation, sql, values, table, result);
 }
 
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, QSharedPointer<DBData>& result) {
     static const char* const operation = "Load";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     QStringList selected;
     for (const QString& column : columns) {
-        selected.append(quoteIdentifier(column));
+        selected.append(SqlText::QuoteIdentifier(column));
     }
     QVector<QVariant> values;
-    const QString sql = d->withCondition(
+    const QString sql = d->runner.WithCondition(
         QStringLiteral("SELECT ") +
             (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
-            QStringLiteral(" FROM ") + quoteIdentifier(table),
+            QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table),
         where, values);
-    return d->readRows(operation, sql, values, d->describe(table), result);
+    return d->runner.ReadRows(operation, sql, values, d->describe(table), result);
 }
 
 eDBOperationResult DBManager::LoadAll(const QString& table, QSharedPointer<DBData>& result) {
     static const char* const operation = "LoadAll";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
-    return d->readRows(operation, QStringLiteral("SELECT * FROM ") + quoteIdentifier(table), {},
-                       d->describe(table), result);
+    return d->runner.ReadRows(operation,
+                              QStringLiteral("SELECT * FROM ") + SqlText::QuoteIdentifier(table),
+                              {}, d->describe(table), result);
 }
 
 eDBOperationResult DBManager::LoadPrefix(const QString& table, const QString& column,
                                          const QString& prefix, QSharedPointer<DBData>& result,
                                          const QString& orderColumn, bool ignoreCase) {
     static const char* const operation = "LoadPrefix";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
@@ -269,131 +411,89 @@ eDBOperationResult DBManager::LoadPrefix(const QString& table, const QString& co
     const DBColumn* searched = described ? described->GetColumn(column) : nullptr;
     const DBColumn* ordered = described ? described->GetColumn(orderColumn) : nullptr;
     if (ignoreCase && searched && (orderColumn.isEmpty() || ordered) &&
-        d->loadPrefixByIndex(described, searched, prefix, ordered, result, outcome)) {
-        return outcome;
+        d->search.LoadPrefix(described, searched, prefix, ordered, result)) {
+        return DB_OPERATION_SUCCESS;
     }
-    QString sql = QStringLiteral("SELECT * FROM ") + quoteIdentifier(table);
+    QString sql = QStringLiteral("SELECT * FROM ") + SqlText::QuoteIdentifier(table);
     QVector<QVariant> values;
     if (ignoreCase) {
-        sql += QStringLiteral(" WHERE ") + quoteIdentifier(column) +
+        sql += QStringLiteral(" WHERE ") + SqlText::QuoteIdentifier(column) +
                QStringLiteral(" LIKE ? ESCAPE '\\'");
-        values.append(escapeLikePattern(prefix) + QLatin1Char('%'));
+        values.append(SqlText::EscapeLikePattern(prefix) + QLatin1Char('%'));
     } else {
-        sql += QStringLiteral(" WHERE substr(") + quoteIdentifier(column) +
+        sql += QStringLiteral(" WHERE substr(") + SqlText::QuoteIdentifier(column) +
                QStringLiteral(", 1, ?) = ?");
         values.append(prefix.size());
         values.append(prefix);
     }
     if (!orderColumn.isEmpty()) {
         // Rows that tie keep row order, so that every run lists them alike.
-        sql +=
-            QStringLiteral(" ORDER BY ") + quoteIdentifier(orderColumn) + QStringLiteral(", rowid");
+        sql += QStringLiteral(" ORDER BY ") + SqlText::QuoteIdentifier(orderColumn) +
+               QStringLiteral(", rowid");
     }
-    return d->readRows(operation, sql, values, described, result);
+    return d->runner.ReadRows(operation, sql, values, described, result);
 }
 
 eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* result) {
     static const char* const operation = "Execute";
     d->notifyObservers(sql);
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
-    const SqlLiteralParameterizer::Result parameterized = d->parameterizer.Parameterize(sql);
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* statement = d->cache.Acquire(parameterized.text, rc, multiple);
-    QVector<QVariant> values = parameterized.values;
-    if (!statement && !multiple && parameterized.changed) {
-        // Quoted text where SQLite allows no value (e.g. an alias): take the text as written.
-        bool verbatimMultiple = false;
-        int verbatimRc = SQLITE_OK;
-        statement = d->cache.Acquire(sql, verbatimRc, verbatimMultiple);
-        values.clear();
-        multiple = verbatimMultiple;
+    StatementRunner::Resolved resolved;
+    if (!d->runner.Resolve(operation, sql, resolved, outcome)) {
+        return outcome;
     }
-    if (!statement) {
-        if (multiple) {
-            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                             QStringLiteral("the text holds more than one statement [") + sql +
-                                 QLatin1Char(']'));
-        }
-        if (rc == SQLITE_MISUSE && sqlite3_errcode(d->connection) == SQLITE_OK) {
-            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                             QStringLiteral("the text holds no statement"));
-        }
-        return d->fail(operation, rc, sql);
-    }
-    Private::Lease lease(d->cache, statement);
-    if (!statement->IsReadOnly()) {
+    if (!resolved.statement->IsReadOnly()) {
         if (!d->writeAllowed(operation, outcome)) {
             return outcome;
         }
         // A DELETE without a condition may empty its table without reporting rows.
-        ++d->unattributedWrites;
+        d->changes.CountUnattributedWrite();
     }
-    rc = statement->BindAll(values);
-    if (rc != SQLITE_OK) {
-        return d->fail(operation, rc, sql);
-    }
-    DBDirectQueryResult rows;
-    const int columnCount = statement->ColumnCount();
-    if (result) {
-        rows.SetColumnNames(statement->ColumnNames());
-    }
-    // A query gets a time limit (writes are the library's own fixed statements and must run
-    // to their end, e.g. a price conversion of the whole catalogue).
-    struct Deadline {
-        Private& d;
-        explicit Deadline(Private& d, bool limited) : d(d) {
-            d.deadlineSet = limited && d.readTimeLimitMs > 0;
-            d.deadline =
-                std::chrono::steady_clock::now() + std::chrono::milliseconds(d.readTimeLimitMs);
-        }
-        ~Deadline() { d.deadlineSet = false; }
-    } limit(*d, statement->IsReadOnly());
-    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
-        if (result) {
-            QVector<QVariant> row(columnCount);
-            for (int i = 0; i < columnCount; ++i) {
-                row[i] = statement->ColumnValue(i);
-            }
-            rows.AppendRow(row);
-        }
-    }
-    if ((rc & 0xff) == SQLITE_INTERRUPT && d->deadlineSet) {
-        sqlite3_reset(statement->Handle());
-        return d->refuse(operation, DB_OPERATION_ERROR,
-                         QStringLiteral("the query ran longer than %1 ms and was stopped [%2]")
-                             .arg(d->readTimeLimitMs)
-                             .arg(sql));
-    }
-    if (rc != SQLITE_DONE) {
-        return d->fail(operation, rc, sql);
-    }
-    if (result) {
-        *result = rows;
+    return d->runner.Run(operation, sql, resolved, result, d->readTimeLimitMs);
+}
+
+eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,
+                                                       const QStringList& tails) {
+    Lock lock(d->mutex);
+    QString why;
+    if (!d->runner.Templates().Declare(head, tails, why)) {
+        return d->failures.Refuse("DeclareStatementTemplate", DB_OPERATION_INVALID_ARGUMENT, why);
     }
     return DB_OPERATION_SUCCESS;
 }
 
+void DBManager::SetReadTimeLimit(int milliseconds) {
+    Lock lock(d->mutex);
+    d->readTimeLimitMs = qMax(0, milliseconds);
+}
+
+int DBManager::GetReadTimeLimit() const {
+    Lock lock(d->mutex);
+    return d->readTimeLimitMs;
+}
+
+// ---- Writing ------------------------------------------------------------------------------------
+
 eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
     static const char* const operation = "Insert";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
     if (!rows || rows->IsEmpty()) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("there is no row to insert"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("there is no row to insert"));
     }
-    Private::WriteScope scope(*d);
+    SqliteTransaction transaction(d->connection.Handle());
     if (rows->RowCount() > 1) {
-        const int rc = scope.Begin();
+        const int rc = transaction.Begin();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     for (const DBRow* row : *rows) {
@@ -402,8 +502,9 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
             return outcome;
         }
         if (row->GetTable()->GetName() != rows->GetRow(0)->GetTable()->GetName()) {
-            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                             QStringLiteral("all rows of one insert must belong to one table"));
+            return d->failures.Refuse(
+                operation, DB_OPERATION_INVALID_ARGUMENT,
+                QStringLiteral("all rows of one insert must belong to one table"));
         }
         // Built from the names quoted once per table description: this runs for every row of
         // a price list import.
@@ -478,15 +579,15 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
                 }
             }
         }
-        outcome = d->write(operation, sql, values);
+        outcome = d->runner.Write(operation, sql, values);
         if (outcome != DB_OPERATION_SUCCESS) {
             return outcome;
         }
     }
-    if (rows->RowCount() > 1) {
-        const int rc = scope.Commit();
+    if (transaction.IsActive()) {
+        const int rc = transaction.Commit();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     return DB_OPERATION_SUCCESS;
@@ -494,20 +595,20 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
 
 eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
     static const char* const operation = "Update";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
     if (!rows || rows->IsEmpty()) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("there is no row to update"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("there is no row to update"));
     }
-    Private::WriteScope scope(*d);
+    SqliteTransaction transaction(d->connection.Handle());
     if (rows->RowCount() > 1) {
-        const int rc = scope.Begin();
+        const int rc = transaction.Begin();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     for (const DBRow* row : *rows) {
@@ -516,8 +617,9 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
             return outcome;
         }
         if (table->GetPrimaryKey().isEmpty()) {
-            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                             QStringLiteral("table %1 has no primary key").arg(table->GetName()));
+            return d->failures.Refuse(
+                operation, DB_OPERATION_INVALID_ARGUMENT,
+                QStringLiteral("table %1 has no primary key").arg(table->GetName()));
         }
         QStringList assignments;
         QVector<QVariant> values;
@@ -532,9 +634,10 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
         for (const DBColumn* key : table->GetPrimaryKey()) {
             const DBField* field = row->GetField(key->GetName());
             if (!field) {
-                return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                                 QStringLiteral("the row lacks the key column %1 of table %2")
-                                     .arg(key->GetName(), table->GetName()));
+                return d->failures.Refuse(
+                    operation, DB_OPERATION_INVALID_ARGUMENT,
+                    QStringLiteral("the row lacks the key column %1 of table %2")
+                        .arg(key->GetName(), table->GetName()));
             }
             keyConditions.append(key->GetQuotedName() + QStringLiteral(" = ?"));
             values.append(field->GetValue());
@@ -545,21 +648,21 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
         const QString sql = QStringLiteral("UPDATE ") + table->GetQuotedName() +
                             QStringLiteral(" SET ") + assignments.join(QStringLiteral(", ")) +
                             QStringLiteral(" WHERE ") + keyConditions.join(QStringLiteral(" AND "));
-        int changes = 0;
-        outcome = d->write(operation, sql, values, &changes);
+        int changed = 0;
+        outcome = d->runner.Write(operation, sql, values, &changed);
         if (outcome != DB_OPERATION_SUCCESS) {
             return outcome;
         }
-        if (changes == 0) {
-            return d->refuse(
+        if (changed == 0) {
+            return d->failures.Refuse(
                 operation, DB_OPERATION_NOT_FOUND,
                 QStringLiteral("no record of table %1 has the given key").arg(table->GetName()));
         }
     }
-    if (rows->RowCount() > 1) {
-        const int rc = scope.Commit();
+    if (transaction.IsActive()) {
+        const int rc = transaction.Commit();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     return DB_OPERATION_SUCCESS;
@@ -568,16 +671,16 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& rows) {
 eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& key,
                                      const QSharedPointer<DBData>& values) {
     static const char* const operation = "Update";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
     if (!key || key->RowCount() != 1 || !values || values->RowCount() != 1 ||
         key->GetRow(0)->FieldCount() == 0 || values->GetRow(0)->FieldCount() == 0) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("an update needs one key row and one row of values, "
-                                        "neither empty"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("an update needs one key row and one row of "
+                                                 "values, neither empty"));
     }
     const DBTable* table = d->rowTable(operation, values->GetRow(0), outcome);
     if (!table || !d->rowTable(operation, key->GetRow(0), outcome)) {
@@ -595,25 +698,25 @@ eDBOperationResult DBManager::Update(const QSharedPointer<DBData>& key,
     if (!d->appendConditions(operation, key->GetRow(0), table, false, sql, parameters, outcome)) {
         return outcome;
     }
-    return d->write(operation, sql, parameters);
+    return d->runner.Write(operation, sql, parameters);
 }
 
 eDBOperationResult DBManager::Delete(const QSharedPointer<DBData>& where) {
     static const char* const operation = "Delete";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
     if (!where || where->IsEmpty()) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("there is no row to delete"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("there is no row to delete"));
     }
-    Private::WriteScope scope(*d);
+    SqliteTransaction transaction(d->connection.Handle());
     if (where->RowCount() > 1) {
-        const int rc = scope.Begin();
+        const int rc = transaction.Begin();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     for (const DBRow* row : *where) {
@@ -622,24 +725,24 @@ eDBOperationResult DBManager::Delete(const QSharedPointer<DBData>& where) {
             return outcome;
         }
         if (row->FieldCount() == 0) {
-            return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                             QStringLiteral("a delete without conditions is refused; "
-                                            "ClearTable empties a table"));
+            return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                      QStringLiteral("a delete without conditions is refused; "
+                                                     "ClearTable empties a table"));
         }
         QString sql = QStringLiteral("DELETE FROM ") + table->GetQuotedName();
         QVector<QVariant> values;
         if (!d->appendConditions(operation, row, table, false, sql, values, outcome)) {
             return outcome;
         }
-        outcome = d->write(operation, sql, values);
+        outcome = d->runner.Write(operation, sql, values);
         if (outcome != DB_OPERATION_SUCCESS) {
             return outcome;
         }
     }
-    if (where->RowCount() > 1) {
-        const int rc = scope.Commit();
+    if (transaction.IsActive()) {
+        const int rc = transaction.Commit();
         if (rc != SQLITE_OK) {
-            return d->fail(operation, rc);
+            return d->failures.Fail(operation, d->connection.Handle(), rc);
         }
     }
     return DB_OPERATION_SUCCESS;
@@ -647,26 +750,30 @@ eDBOperationResult DBManager::Delete(const QSharedPointer<DBData>& where) {
 
 eDBOperationResult DBManager::ClearTable(const QString& table) {
     static const char* const operation = "ClearTable";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome) || !d->writeAllowed(operation, outcome)) {
         return outcome;
     }
     // SQLite empties a table without triggers at once, without reporting each row.
-    d->countTableWrite(table);
-    return d->write(operation, QStringLiteral("DELETE FROM ") + quoteIdentifier(table), {});
+    d->changes.CountTableWrite(table);
+    return d->runner.Write(operation,
+                           QStringLiteral("DELETE FROM ") + SqlText::QuoteIdentifier(table), {});
 }
+
+// ---- Aggregates ---------------------------------------------------------------------------------
 
 eDBOperationResult DBManager::Count(const QString& table, unsigned long& count) {
     static const char* const operation = "Count";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     QVariant value;
-    outcome = d->readValue(
-        operation, QStringLiteral("SELECT COUNT(*) FROM ") + quoteIdentifier(table), {}, value);
+    outcome = d->runner.ReadValue(
+        operation, QStringLiteral("SELECT COUNT(*) FROM ") + SqlText::QuoteIdentifier(table), {},
+        value);
     if (outcome == DB_OPERATION_SUCCESS) {
         count = static_cast<unsigned long>(value.toULongLong());
     }
@@ -676,67 +783,75 @@ eDBOperationResult DBManager::Count(const QString& table, unsigned long& count) 
 eDBOperationResult DBManager::CountInRange(const QString& table, const QString& where,
                                            unsigned int& count) {
     static const char* const operation = "CountInRange";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     QVector<QVariant> values;
-    const QString sql = d->withCondition(
-        QStringLiteral("SELECT COUNT(*) FROM ") + quoteIdentifier(table), where, values);
+    const QString sql = d->runner.WithCondition(
+        QStringLiteral("SELECT COUNT(*) FROM ") + SqlText::QuoteIdentifier(table), where, values);
     QVariant value;
-    outcome = d->readValue(operation, sql, values, value);
+    outcome = d->runner.ReadValue(operation, sql, values, value);
     if (outcome == DB_OPERATION_SUCCESS) {
         count = value.toUInt();
     }
     return outcome;
 }
 
+namespace {
+
+QString aggregateHead(const char* function, const QString& table, const QString& column) {
+    return QLatin1String(function) + QLatin1Char('(') + SqlText::QuoteIdentifier(column) +
+           QStringLiteral(") FROM ") + SqlText::QuoteIdentifier(table);
+}
+
+}  // namespace
+
 eDBOperationResult DBManager::MaxValue(const QString& table, const QString& column,
                                        const QString& where, QVariant& value) {
     static const char* const operation = "MaxValue";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     QVector<QVariant> values;
-    const QString sql = d->withCondition(QStringLiteral("SELECT MAX(") + quoteIdentifier(column) +
-                                             QStringLiteral(") FROM ") + quoteIdentifier(table),
-                                         where, values);
-    return d->readValue(operation, sql, values, value);
+    const QString sql =
+        d->runner.WithCondition(aggregateHead("SELECT MAX", table, column), where, values);
+    return d->runner.ReadValue(operation, sql, values, value);
 }
 
 eDBOperationResult DBManager::MinValue(const QString& table, const QString& column,
                                        const QString& where, QVariant& value) {
     static const char* const operation = "MinValue";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     QVector<QVariant> values;
-    const QString sql = d->withCondition(QStringLiteral("SELECT MIN(") + quoteIdentifier(column) +
-                                             QStringLiteral(") FROM ") + quoteIdentifier(table),
-                                         where, values);
-    return d->readValue(operation, sql, values, value);
+    const QString sql =
+        d->runner.WithCondition(aggregateHead("SELECT MIN", table, column), where, values);
+    return d->runner.ReadValue(operation, sql, values, value);
 }
 
 eDBOperationResult DBManager::MinUnusedValue(const QString& table, const QString& column,
                                              QVariant& value) {
     static const char* const operation = "MinUnusedValue";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
     const DBTable* described = d->describe(table);
     const DBColumn* counted = described ? described->GetColumn(column) : nullptr;
-    if (counted && d->minUnusedByIndex(described, counted, value, outcome)) {
-        return outcome;
+    if (counted && d->catalogue.HasUniqueIndex(described->GetName(), counted->GetName()) &&
+        UnusedValueSearch::FindByIndex(d->runner, described, counted, value)) {
+        return DB_OPERATION_SUCCESS;
     }
-    const QString t = quoteIdentifier(table);
-    const QString c = quoteIdentifier(column);
+    const QString t = SqlText::QuoteIdentifier(table);
+    const QString c = SqlText::QuoteIdentifier(column);
     const QString sql =
         QStringLiteral(
             "SELECT 1 WHERE NOT EXISTS (SELECT 1 FROM %1 WHERE %2 = 1) "
@@ -745,16 +860,18 @@ eDBOperationResult DBManager::MinUnusedValue(const QString& table, const QString
             "AND a.%2 >= 1 AND NOT EXISTS (SELECT 1 FROM %1 AS b WHERE b.%2 = a.%2 + 1) "
             "LIMIT 1")
             .arg(t, c);
-    return d->readValue(operation, sql, {}, value);
+    return d->runner.ReadValue(operation, sql, {}, value);
 }
 
+// ---- Transactions -------------------------------------------------------------------------------
+
 void DBManager::SetWriteOnlyInTransaction(bool on) {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     d->writeOnlyInTransaction = on;
 }
 
 bool DBManager::IsWriteOnlyInTransaction() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     return d->writeOnlyInTransaction;
 }
 
@@ -766,99 +883,70 @@ eDBOperationResult DBManager::BeginTransaction() {
         d->mutex.unlock();
         return outcome;
     }
-    if (d->inTransaction) {
+    if (d->transaction) {
         d->mutex.unlock();
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("a transaction is already open"));
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("a transaction is already open"));
     }
-    const int rc = d->exec("BEGIN IMMEDIATE");
+    auto transaction = std::make_unique<SqliteTransaction>(d->connection.Handle());
+    const int rc = transaction->Begin();
     if (rc != SQLITE_OK) {
-        outcome = d->fail(operation, rc);
+        outcome = d->failures.Fail(operation, d->connection.Handle(), rc);
         d->mutex.unlock();
         return outcome;
     }
-    d->inTransaction = true;
+    d->transaction = std::move(transaction);
     d->transactionOwner = std::this_thread::get_id();
     return DB_OPERATION_SUCCESS;
 }
 
 eDBOperationResult DBManager::CommitTransaction() {
     static const char* const operation = "CommitTransaction";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (!d->inTransaction || d->transactionOwner != std::this_thread::get_id()) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("no transaction of this thread is open"));
+    Lock lock(d->mutex);
+    if (!d->transaction || d->transactionOwner != std::this_thread::get_id()) {
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("no transaction of this thread is open"));
     }
     // A bulk write pays for its search index entries at once, not at the next search.
-    d->syncSearchIndexes();
-    int rc = d->exec("COMMIT");
-    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    if (rc != SQLITE_OK) {
-        outcome = d->fail(operation, rc);
-        d->exec("ROLLBACK");
-    }
-    d->inTransaction = false;
+    d->search.FoldAll();
+    const int rc = d->transaction->Commit();
+    const eDBOperationResult outcome =
+        rc == SQLITE_OK ? DB_OPERATION_SUCCESS
+                        : d->failures.Fail(operation, d->connection.Handle(), rc);
+    d->transaction.reset();  // rolls back what a failed commit left
     d->mutex.unlock();
     return outcome;
 }
 
 eDBOperationResult DBManager::RollbackTransaction() {
     static const char* const operation = "RollbackTransaction";
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (!d->inTransaction || d->transactionOwner != std::this_thread::get_id()) {
-        return d->refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
-                         QStringLiteral("no transaction of this thread is open"));
+    Lock lock(d->mutex);
+    if (!d->transaction || d->transactionOwner != std::this_thread::get_id()) {
+        return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                  QStringLiteral("no transaction of this thread is open"));
     }
-    const int rc = d->exec("ROLLBACK");
-    d->inTransaction = false;
+    const int rc = d->transaction->Rollback();
+    d->transaction.reset();
     d->mutex.unlock();
-    return rc == SQLITE_OK ? DB_OPERATION_SUCCESS : d->fail(operation, rc);
+    return rc == SQLITE_OK ? DB_OPERATION_SUCCESS
+                           : d->failures.Fail(operation, d->connection.Handle(), rc);
 }
 
 bool DBManager::IsInTransaction() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    return d->inTransaction;
+    Lock lock(d->mutex);
+    return d->transaction != nullptr;
 }
+
+// ---- Change notes ------------------------------------------------------------------------------
 
 quint64 DBManager::GetDataVersion() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (!d->connection) {
-        return 0;
-    }
-    unsigned int version = 0;
-    sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
-    return version;
-}
-
-void DBManager::SetReadTimeLimit(int milliseconds) {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    d->readTimeLimitMs = qMax(0, milliseconds);
-}
-
-int DBManager::GetReadTimeLimit() const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    return d->readTimeLimitMs;
+    Lock lock(d->mutex);
+    return d->connection.IsOpen() ? ChangeTracker::DataVersion(d->connection.Handle()) : 0;
 }
 
 quint64 DBManager::GetTableVersion(const QString& table) const {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
-    if (!d->connection) {
-        return 0;
-    }
-    // The pager's data version moves with every commit, this connection's own included, and
-    // shows another connection's commit from this connection's next read on. Asking it starts
-    // no transaction (a read transaction costs a lookup several file-lock calls). Own writes
-    // inside an open transaction do not move it: the update hook's counts cover those.
-    unsigned int pager = 0;
-    sqlite3_file_control(d->connection, "main", SQLITE_FCNTL_DATA_VERSION, &pager);
-    if (pager != d->seenDataVersion) {
-        d->seenDataVersion = pager;
-        ++d->commitEpoch;
-    }
-    const auto own = d->tableChanges.find(table.toStdString());
-    const quint64 changes =
-        d->unattributedWrites + (own == d->tableChanges.end() ? 0 : own->second);
-    return (d->commitEpoch << 32) + (changes & 0xffffffffu);
+    Lock lock(d->mutex);
+    return d->connection.IsOpen() ? d->changes.TableVersion(d->connection.Handle(), table) : 0;
 }
 
 int DBManager::AddStatementObserver(const StatementObserver& observer) {
@@ -879,16 +967,16 @@ void DBManager::RemoveStatementObserver(int id) {
 }
 
 void DBManager::SetLogHandler(LogHandler handler) {
-    setLogHandler(handler);
+    DatabaseLog::SetHandler(handler);
 }
 
 void DBManager::AcquireKeepOpen() {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     ++d->keepOpen;
 }
 
 void DBManager::ReleaseKeepOpen() {
-    std::lock_guard<std::recursive_mutex> lock(d->mutex);
+    Lock lock(d->mutex);
     if (d->keepOpen > 0 && --d->keepOpen == 0 && d->closePending) {
         d->closePending = false;
         d->closeNow();

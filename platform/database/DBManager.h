@@ -17,7 +17,9 @@
 //
 // Opening creates a missing file with the full schema of its kind and migrates an older file
 // to the newest schema (PRAGMA user_version holds the version). The journal is WAL and every
-// commit is durable (synchronous=FULL).
+// commit is durable (synchronous=FULL). A file it must not take (not a database, another kind
+// of database, another program's tables, a newer schema) is refused before a byte of it is
+// written.
 //
 // Every operation returns 0 on success and a non-zero eDBOperationResult otherwise; it never
 // throws. A failure is logged at level 5 with SQLite's own error text through the log handler
@@ -28,6 +30,17 @@
 //
 // Dialect of the SQL texts it is given: SQLite's, with text in double quotes always a string
 // value (never a column name), and like(), upper() and lower() folding every Unicode letter.
+//
+// Work per statement is bounded. The register stores names of at most 40 characters and
+// barcodes of at most 20; these limits leave a wide margin above that:
+//  - a text or blob value: 16 KiB (a text pasted into a declared statement template may be
+//    longer: it is bound as it is); an SQL text: 64 KiB; expression depth 100; 20 compound
+//    SELECT terms; 32 function arguments; 250 parameters; 100 columns; GLOB patterns 1000
+//    bytes; no attached databases (QueryLimits.h lists them all);
+//  - a query run by Execute: the read time limit (10 s by default) and 16 MiB of SQLite's heap
+//    above what was in use when it started (a process-wide figure), both checked every 1000
+//    virtual-machine steps and inside like(), upper() and lower(). A query past either fails
+//    with 4 and is logged.
 class DATABASEMANAGER_EXPORT DBManager {
 public:
     // How Load matches its query row. In both modes every field is an equality condition;
@@ -58,7 +71,9 @@ public:
     DBManager& operator=(const DBManager&) = delete;
 
     // Opens or creates the file and brings its schema up to date. The state is 3 afterwards,
-    // 4 when it failed (a file that is not a database, of another kind, of a newer schema).
+    // 4 when it failed. Refused, with the file left byte for byte as it was: a file that is not
+    // a database, one of another kind (its PRAGMA application_id not this schema's), one
+    // holding tables but no application id (another program's), one of a newer schema.
     eDBOperationResult Open();
     // Closes the database; deferred while a DBCloser keeps it open. State 5 afterwards.
     void Close();
@@ -100,9 +115,23 @@ public:
                                   const QString& orderColumn, bool ignoreCase);
 
     // Runs exactly one statement; a text holding a second statement is refused (7) and nothing
-    // runs. A SELECT fills `result` (may be null); other statements leave it empty. A query
-    // that runs longer than the read time limit is stopped and fails (4).
+    // runs. A text of a declared template runs as that template with its pasted text bound as
+    // one value; any other text has its literal values bound as parameters, and one that does
+    // not compile so is refused (logged), never run another way. A SELECT fills `result` (may
+    // be null); other statements leave it empty. A query over its time or memory budget is
+    // stopped and fails (4).
     eDBOperationResult Execute(const QString& sql, DBDirectQueryResult* result);
+    // Declares the shape of a statement its caller builds by pasting one text into fixed SQL
+    // without escaping it (a scanned barcode, a typed name): `head` ends with the double quote
+    // that opens the pasted text and each of `tails` begins with the one that closes it (more
+    // than one tail: optional clauses after it). Execute then runs every text that begins with
+    // `head` and ends with one of `tails` as one prepared statement, head + "?" + tail, with
+    // all that lies between them bound as a single text value: quotes, comments, UNION, a
+    // second statement or NUL in the pasted text change the value, never the statement.
+    // Declaring a shape again changes nothing; shapes live as long as this object. 0 on
+    // success; 7 (logged) for a shape whose texts could be read two ways (a tail ending another
+    // tail, or overlapping an earlier shape) or not quoted as above.
+    eDBOperationResult DeclareStatementTemplate(const QString& head, const QStringList& tails);
     // How long a query run by Execute may take, in milliseconds (0: no limit; 10 s by default).
     // Scanned or typed text goes into the library's statements as written and must not be able
     // to stop the register with a query that never ends.
@@ -146,7 +175,9 @@ public:
     void SetWriteOnlyInTransaction(bool on);
     bool IsWriteOnlyInTransaction() const;
 
-    // An explicit transaction; it belongs to the calling thread until committed or rolled back.
+    // An explicit transaction; it belongs to the calling thread, which holds this database's
+    // lock until it commits or rolls back (other threads wait). DBTransaction does this for a
+    // scope and rolls back on every path that does not commit.
     eDBOperationResult BeginTransaction();
     eDBOperationResult CommitTransaction();
     eDBOperationResult RollbackTransaction();

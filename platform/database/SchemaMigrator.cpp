@@ -4,13 +4,16 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <algorithm>
+
+#include "SqliteTransaction.h"
 
 namespace {
 
-int readPragma(sqlite3* connection, const char* pragma, qint64& value) {
+int readInteger(sqlite3* connection, const char* sql, qint64& value) {
     sqlite3_stmt* statement = nullptr;
-    int rc = sqlite3_prepare_v2(connection, pragma, -1, &statement, nullptr);
+    int rc = sqlite3_prepare_v2(connection, sql, -1, &statement, nullptr);
     if (rc == SQLITE_OK) {
         rc = sqlite3_step(statement);
         if (rc == SQLITE_ROW) {
@@ -58,31 +61,78 @@ int SchemaMigrator::LatestVersion() const {
     return all.isEmpty() ? 0 : all.last().version;
 }
 
-int SchemaMigrator::Migrate(sqlite3* connection, QString& error) const {
-    qint64 fileKind = 0;
-    qint64 version = 0;
-    int rc = readPragma(connection, "PRAGMA application_id", fileKind);
+int SchemaMigrator::readFacts(sqlite3* connection, FileFacts& facts) {
+    qint64 objects = 0;
+    int rc = readInteger(connection, "PRAGMA application_id", facts.applicationId);
     if (rc == SQLITE_OK) {
-        rc = readPragma(connection, "PRAGMA user_version", version);
+        rc = readInteger(connection, "PRAGMA user_version", facts.userVersion);
     }
+    if (rc == SQLITE_OK) {
+        rc = readInteger(connection, "SELECT COUNT(*) FROM sqlite_master", objects);
+    }
+    facts.schemaObjects = static_cast<int>(objects);
+    return rc;
+}
+
+int SchemaMigrator::ReadFacts(const QString& path, FileFacts& facts, QString& error) {
+    facts = FileFacts();
+    facts.exists = QFileInfo::exists(path);
+    if (!facts.exists) {
+        return SQLITE_OK;
+    }
+    sqlite3* connection = nullptr;
+    int rc = sqlite3_open_v2(path.toUtf8().constData(), &connection,
+                             SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc == SQLITE_OK) {
+        // A read-only look: the file of another program stays as it is, byte for byte.
+        sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        rc = readFacts(connection, facts);
+    }
+    if (rc != SQLITE_OK) {
+        error = connection ? QString::fromUtf8(sqlite3_errmsg(connection))
+                           : QString::fromUtf8(sqlite3_errstr(rc));
+    }
+    sqlite3_close_v2(connection);
+    return rc;
+}
+
+int SchemaMigrator::Accepts(const FileFacts& facts, QString& error) const {
+    if (facts.applicationId != 0 && static_cast<quint32>(facts.applicationId) != applicationId) {
+        error = QStringLiteral("the file holds another kind of database (application id %1)")
+                    .arg(facts.applicationId);
+        return SQLITE_MISMATCH;
+    }
+    if (facts.applicationId == 0 && facts.schemaObjects > 0) {
+        error = QStringLiteral(
+                    "the file holds %1 tables or indexes of another program (no application id "
+                    "of this library)")
+                    .arg(facts.schemaObjects);
+        return SQLITE_MISMATCH;
+    }
+    const int latest = LatestVersion();
+    if (facts.userVersion > latest) {
+        error = QStringLiteral("schema version %1 is newer than this library supports (%2)")
+                    .arg(facts.userVersion)
+                    .arg(latest);
+        return SQLITE_MISMATCH;
+    }
+    return SQLITE_OK;
+}
+
+int SchemaMigrator::Migrate(sqlite3* connection, QString& error) const {
+    FileFacts facts;
+    facts.exists = true;
+    int rc = readFacts(connection, facts);
     if (rc != SQLITE_OK) {
         error = QString::fromUtf8(sqlite3_errmsg(connection));
         return rc;
     }
-    if (fileKind != 0 && static_cast<quint32>(fileKind) != applicationId) {
-        error = QStringLiteral("the file holds another kind of database (application id %1)")
-                    .arg(fileKind);
-        return SQLITE_MISMATCH;
-    }
-    const int latest = LatestVersion();
-    if (version > latest) {
-        error = QStringLiteral("schema version %1 is newer than this library supports (%2)")
-                    .arg(version)
-                    .arg(latest);
-        return SQLITE_MISMATCH;
+    rc = Accepts(facts, error);
+    if (rc != SQLITE_OK) {
+        return rc;
     }
     for (const Script& script : scripts()) {
-        if (script.version <= version) {
+        if (script.version <= facts.userVersion) {
             continue;
         }
         QFile file(script.path);
@@ -91,8 +141,10 @@ int SchemaMigrator::Migrate(sqlite3* connection, QString& error) const {
             return SQLITE_INTERNAL;
         }
         const QByteArray body = file.readAll();
-        rc = execute(connection, "BEGIN IMMEDIATE", error);
+        SqliteTransaction transaction(connection);
+        rc = transaction.Begin();
         if (rc != SQLITE_OK) {
+            error = QString::fromUtf8(sqlite3_errmsg(connection));
             return rc;
         }
         rc = execute(connection, body, error);
@@ -103,13 +155,14 @@ int SchemaMigrator::Migrate(sqlite3* connection, QString& error) const {
                          error);
         }
         if (rc == SQLITE_OK) {
-            rc = execute(connection, "COMMIT", error);
+            rc = transaction.Commit();
+            if (rc != SQLITE_OK) {
+                error = QString::fromUtf8(sqlite3_errmsg(connection));
+            }
         }
         if (rc != SQLITE_OK) {
-            QString ignored;
-            execute(connection, "ROLLBACK", ignored);
             error = QStringLiteral("%1: %2").arg(QFileInfo(script.path).fileName(), error);
-            return rc;
+            return rc;  // the transaction rolls back
         }
     }
     return SQLITE_OK;

@@ -1,6 +1,7 @@
 #pragma once
 
 struct sqlite3;
+class QueryLimits;
 
 // Replaces SQLite's ASCII-only like(), upper() and lower() on a connection with versions that
 // fold every Unicode letter, so that the statements the library builds ("UPPER(art_name)",
@@ -8,6 +9,8 @@ struct sqlite3;
 // programs can still open the database with plain SQLite.
 class UnicodeSqlFunctions {
 public:
-    // Returns an SQLite result code.
-    static int Register(sqlite3* connection);
+    // `limits` is asked inside the functions' loops (one call of like() on long texts costs the
+    // product of their lengths); a query over its budget fails with SQLITE_INTERRUPT. Returns an
+    // SQLite result code.
+    static int Register(sqlite3* connection, QueryLimits* limits);
 };

@@ -24,7 +24,8 @@ UnicodeText::LikePattern::LikePattern(const char* utf8, int bytes, uint escape) 
     }
 }
 
-bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes) const {
+bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCheck* check,
+                                       bool* stopped) const {
     const unsigned char* begin = reinterpret_cast<const unsigned char*>(utf8);
     const unsigned char* end = begin + bytes;
     if (minimumLength > bytes) {  // a code point takes at least one byte
@@ -35,7 +36,15 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes) const {
     const int patternSize = tokens.size();
     int starToken = -1;
     const unsigned char* starText = nullptr;
+    int work = 0;
     while (t < end) {
+        // A long pattern against a long text costs their product: let the caller stop it.
+        if (check && check->Asked(work)) {
+            if (stopped) {
+                *stopped = true;
+            }
+            return false;
+        }
         if (p < patternSize) {
             const int token = tokens[p];
             if (token == anyRun) {
@@ -118,30 +127,54 @@ bool isAscii(const char* utf8, int bytes) {
     return true;
 }
 
-}  // namespace
-
-QByteArray UnicodeText::Upper(const char* utf8, int bytes) {
-    if (isAscii(utf8, bytes)) {
-        QByteArray out(utf8, bytes);
-        for (char& c : out) {
-            if (c >= 'a' && c <= 'z') {
-                c = static_cast<char>(c - ('a' - 'A'));
-            }
-        }
-        return out;
-    }
-    return QString::fromUtf8(utf8, bytes).toUpper().toUtf8();
+bool isContinuationByte(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
-QByteArray UnicodeText::Lower(const char* utf8, int bytes) {
-    if (isAscii(utf8, bytes)) {
-        QByteArray out(utf8, bytes);
-        for (char& c : out) {
-            if (c >= 'A' && c <= 'Z') {
-                c = static_cast<char>(c + ('a' - 'A'));
-            }
+// Maps a text piece by piece, asking `check` between pieces; pieces end before a lead byte, so
+// that every code point (and every invalid sequence) is converted whole, as in one go.
+template <typename AsciiMap, typename TextMap>
+QByteArray convert(const char* utf8, int bytes, const UnicodeText::StopCheck* check, bool* stopped,
+                   AsciiMap ascii, TextMap text) {
+    QByteArray out;
+    const int piece = check ? check->every : bytes;
+    for (int start = 0; start < bytes;) {
+        int stop = qMin(bytes, start + qMax(1, piece));
+        while (stop < bytes && isContinuationByte(utf8[stop])) {
+            ++stop;
         }
-        return out;
+        if (isAscii(utf8 + start, stop - start)) {
+            QByteArray part(utf8 + start, stop - start);
+            for (char& c : part) {
+                c = ascii(c);
+            }
+            out += part;
+        } else {
+            out += text(QString::fromUtf8(utf8 + start, stop - start)).toUtf8();
+        }
+        start = stop;
+        if (check && start < bytes && check->stop && check->stop(check->context)) {
+            if (stopped) {
+                *stopped = true;
+            }
+            return QByteArray();
+        }
     }
-    return QString::fromUtf8(utf8, bytes).toLower().toUtf8();
+    return out;
+}
+
+}  // namespace
+
+QByteArray UnicodeText::Upper(const char* utf8, int bytes, const StopCheck* check, bool* stopped) {
+    return convert(
+        utf8, bytes, check, stopped,
+        [](char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - ('a' - 'A')) : c; },
+        [](const QString& text) { return text.toUpper(); });
+}
+
+QByteArray UnicodeText::Lower(const char* utf8, int bytes, const StopCheck* check, bool* stopped) {
+    return convert(
+        utf8, bytes, check, stopped,
+        [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + ('a' - 'A')) : c; },
+        [](const QString& text) { return text.toLower(); });
 }

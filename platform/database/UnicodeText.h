@@ -7,13 +7,24 @@
 // register's users type "żółty" and expect "ŻÓŁTY SER". Works on UTF-8 as SQLite stores it.
 class UnicodeText {
 public:
+    // Asked now and then by the long loops below with `context`; true stops them early.
+    struct StopCheck {
+        bool (*stop)(void* context) = nullptr;
+        void* context = nullptr;
+        // Units of work (characters compared or converted) between two questions.
+        int every = 1 << 14;
+        bool Asked(int& work) const { return stop && ++work % every == 0 && stop(context); }
+    };
+
     // A LIKE pattern compiled once: folded code points and wildcards.
     class LikePattern {
     public:
         // `escape` is the ESCAPE character, 0 for none.
         LikePattern(const char* utf8, int bytes, uint escape);
         // The SQL LIKE semantics: % any run, _ any one character, the rest compared folded.
-        bool Matches(const char* utf8, int bytes) const;
+        // When `check` stops it, returns false with `*stopped` set.
+        bool Matches(const char* utf8, int bytes, const StopCheck* check = nullptr,
+                     bool* stopped = nullptr) const;
         // Literal characters and "_" the text must at least hold.
         int MinimumLength() const { return minimumLength; }
 
@@ -30,7 +41,10 @@ public:
     // Decodes the code point at `*p` and advances; an invalid byte decodes to itself with the
     // top bit set so that it only ever equals the same byte.
     static uint DecodeUtf8(const unsigned char*& p, const unsigned char* end);
-    // Upper and lower case of a whole text (full mapping, e.g. "ß" becomes "SS").
-    static QByteArray Upper(const char* utf8, int bytes);
-    static QByteArray Lower(const char* utf8, int bytes);
+    // Upper and lower case of a whole text (full mapping, e.g. "ß" becomes "SS"). When `check`
+    // stops it, returns an empty text with `*stopped` set.
+    static QByteArray Upper(const char* utf8, int bytes, const StopCheck* check = nullptr,
+                            bool* stopped = nullptr);
+    static QByteArray Lower(const char* utf8, int bytes, const StopCheck* check = nullptr,
+                            bool* stopped = nullptr);
 };

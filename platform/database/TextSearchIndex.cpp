@@ -1,13 +1,14 @@
-// The indexed paths of the text searches and of MinUnusedValue. Each gives exactly the rows,
-// in exactly the order, of the plain statement it stands in for; it only reads fewer of them:
+// How the trigram index serves a LIKE pattern or a prefix:
 //
-//  - LIKE patterns holding a run of 3 or more ordinary characters ask a trigram index (FTS5)
-//    for the rows containing that run's trigrams, then check each candidate with the same
-//    case-folding LIKE the plain statement uses, and sort and cap them as it would;
+//  - LIKE patterns holding a run of 3 or more ordinary characters ask the index (FTS5) for the
+//    rows containing that run's trigrams, then check each candidate with the same case-folding
+//    LIKE the plain statement uses, and sort and cap them as it would;
 //  - prefixes ask the trigram index, or for short prefixes walk an ordinary index once per
-//    case form of their first letters;
-//  - the smallest unused value gallops over a unique index, then bisects the stride that holds
-//    the first gap.
+//    case form of their first letters.
+
+#include "TextSearchIndex.h"
+
+#include <sqlite3.h>
 
 #include <QRegularExpression>
 #include <algorithm>
@@ -15,10 +16,11 @@
 #include <functional>
 #include <limits>
 
-#include "DBManagerPrivate.h"
+#include "SchemaCatalogue.h"
+#include "SqlText.h"
+#include "SqliteTransaction.h"
+#include "StatementRunner.h"
 #include "UnicodeText.h"
-
-using namespace DBManagerDetail;
 
 namespace {
 
@@ -162,21 +164,21 @@ QByteArray columnBytes(sqlite3_stmt* statement, int column) {
 
 }  // namespace
 
-double DBManager::Private::estimatedRows(const TrigramIndex& index) {
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* largest = cache.Acquire(
-        QStringLiteral("SELECT MAX(rowid) FROM ") + index.quotedContent, rc, multiple);
+TextSearchIndex::TextSearchIndex(StatementRunner& runner, SchemaCatalogue& catalogue)
+    : runner(runner), catalogue(catalogue) {}
+
+double TextSearchIndex::estimatedRows(const Index& index) {
+    const StatementRunner::Lease largest =
+        runner.TryPrepare(QStringLiteral("SELECT MAX(rowid) FROM ") + index.quotedContent);
     if (!largest) {
         return 0;
     }
-    Lease lease(cache, largest);
     return sqlite3_step(largest->Handle()) == SQLITE_ROW
                ? double(sqlite3_column_int64(largest->Handle(), 0))
                : 0;
 }
 
-QString DBManager::Private::trigramQuery(const TrigramIndex& index, const QString& run) {
+QString TextSearchIndex::trigramQuery(const Index& index, const QString& run) {
     const QString& quotedIndex = index.quotedName;
     if (run.size() < trigramLength || !allFoldAlike(run)) {
         return QString();
@@ -194,17 +196,13 @@ QString DBManager::Private::trigramQuery(const TrigramIndex& index, const QStrin
         const QString key = quotedIndex + QLatin1Char('\x1f') + trigram;
         auto known = trigramFrequencies.constFind(key);
         if (known == trigramFrequencies.constEnd()) {
-            int rc = SQLITE_OK;
-            bool multiple = false;
-            SqliteStatement* counter = cache.Acquire(
+            const StatementRunner::Lease counter = runner.TryPrepare(
                 QStringLiteral("SELECT COUNT(*) FROM (SELECT 1 FROM %1 WHERE %1 MATCH ? LIMIT %2)")
                     .arg(quotedIndex)
-                    .arg(frequencyCap),
-                rc, multiple);
+                    .arg(frequencyCap));
             if (!counter) {
                 return QString();
             }
-            Lease lease(cache, counter);
             counter->Bind(1, phrase(trigram));
             if (sqlite3_step(counter->Handle()) != SQLITE_ROW) {
                 return QString();
@@ -259,12 +257,12 @@ QString DBManager::Private::trigramQuery(const TrigramIndex& index, const QStrin
     return asked.join(QStringLiteral(" AND "));
 }
 
-void DBManager::Private::describeSearchPaths() const {
-    trigramIndexes.clear();
-    leadingIndexColumns.clear();
-    uniqueColumns.clear();
+void TextSearchIndex::Describe() {
+    indexes.clear();
+    memo = CandidateMemo();
+    const QHash<QString, DBTable*>& tables = catalogue.Tables();
     sqlite3_stmt* virtualTables = nullptr;
-    if (sqlite3_prepare_v2(connection,
+    if (sqlite3_prepare_v2(runner.Connection(),
                            "SELECT name, sql FROM sqlite_master WHERE type = 'table' AND "
                            "substr(sql, 1, 20) = 'CREATE VIRTUAL TABLE'",
                            -1, &virtualTables, nullptr) == SQLITE_OK) {
@@ -287,15 +285,16 @@ void DBManager::Private::describeSearchPaths() const {
             if (contentTable.isEmpty() || !trigram.match(arguments).hasMatch() || !indexed) {
                 continue;
             }
-            TrigramIndex index;
+            Index index;
             index.quotedName = indexed->GetQuotedName();
-            index.quotedContent = quoteIdentifier(contentTable);
+            index.quotedContent = SqlText::QuoteIdentifier(contentTable);
             QStringList quotedColumns;
             for (const DBColumn* column : indexed->GetColumns()) {
                 index.columns.insert(column->GetName());
                 quotedColumns.append(column->GetQuotedName());
             }
-            if (const DBTable* pending = tables.value(name + QStringLiteral("Pending"), nullptr)) {
+            if (const DBTable* pending =
+                    tables.value(name + QLatin1String(pendingSuffix), nullptr)) {
                 // Notes it cannot read would leave the index behind the table: not usable.
                 const bool readable = pending->GetColumn(QStringLiteral("id")) &&
                                       pending->GetColumn(QStringLiteral("indexed")) &&
@@ -331,49 +330,27 @@ void DBManager::Private::describeSearchPaths() const {
                 index.clearPending = QStringLiteral("DELETE FROM %1").arg(p).toUtf8();
                 index.contentEmpty = QStringLiteral("SELECT NOT EXISTS (SELECT 1 FROM %1)").arg(c);
             }
-            trigramIndexes.insert(contentTable, index);
+            indexes.insert(contentTable, index);
         }
     }
     sqlite3_finalize(virtualTables);
-
-    sqlite3_stmt* indexes = nullptr;
-    if (sqlite3_prepare_v2(connection,
-                           "SELECT l.\"unique\", (SELECT COUNT(*) FROM pragma_index_info(l.name)), "
-                           "(SELECT name FROM pragma_index_info(l.name) WHERE seqno = 0) "
-                           "FROM pragma_index_list(?1) AS l",
-                           -1, &indexes, nullptr) == SQLITE_OK) {
-        for (auto it = tables.cbegin(); it != tables.cend(); ++it) {
-            const QByteArray name = it.key().toUtf8();
-            sqlite3_bind_text(indexes, 1, name.constData(), name.size(), SQLITE_TRANSIENT);
-            while (sqlite3_step(indexes) == SQLITE_ROW) {
-                if (sqlite3_column_type(indexes, 2) != SQLITE_TEXT) {
-                    continue;  // an index on an expression
-                }
-                const QString column = QString::fromUtf8(
-                    reinterpret_cast<const char*>(sqlite3_column_text(indexes, 2)));
-                leadingIndexColumns[it.key()].insert(column);
-                if (sqlite3_column_int(indexes, 0) != 0 && sqlite3_column_int(indexes, 1) == 1) {
-                    uniqueColumns[it.key()].insert(column);
-                }
-            }
-            sqlite3_reset(indexes);
-        }
-    }
-    sqlite3_finalize(indexes);
 }
 
-bool DBManager::Private::syncSearchIndex(const TrigramIndex& index) {
+void TextSearchIndex::Clear() {
+    indexes.clear();
+    trigramFrequencies.clear();
+    memo = CandidateMemo();
+}
+
+bool TextSearchIndex::fold(const Index& index) {
     if (index.anyPending.isEmpty()) {
         return true;
     }
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    auto ask = [this, &rc, &multiple](const QString& sql, bool& answer) {
-        SqliteStatement* statement = cache.Acquire(sql, rc, multiple);
+    auto ask = [this](const QString& sql, bool& answer) {
+        const StatementRunner::Lease statement = runner.TryPrepare(sql);
         if (!statement) {
             return false;
         }
-        Lease lease(cache, statement);
         if (sqlite3_step(statement->Handle()) != SQLITE_ROW) {
             return false;
         }
@@ -392,44 +369,42 @@ bool DBManager::Private::syncSearchIndex(const TrigramIndex& index) {
         return false;
     }
     // One write: the notes go only together with the index entries they stand for.
-    WriteScope scope(*this);
-    if (scope.Begin() != SQLITE_OK) {
-        return false;
-    }
-    if (contentEmpty) {
+    sqlite3* connection = runner.Connection();
+    auto exec = [connection](const QByteArray& sql) {
+        return sqlite3_exec(connection, sql.constData(), nullptr, nullptr, nullptr);
+    };
+    SqliteTransaction transaction(connection);
+    int rc = transaction.Begin();
+    if (rc == SQLITE_OK) {
         // A cleared catalogue: dropping the whole index beats removing each article from it.
-        rc = exec(index.foldAll.constData());
-    } else {
-        rc = exec(index.foldRemoved.constData());
-        if (rc == SQLITE_OK) {
-            rc = exec(index.foldWritten.constData());
-        }
+        rc = contentEmpty ? exec(index.foldAll) : exec(index.foldRemoved);
+    }
+    if (rc == SQLITE_OK && !contentEmpty) {
+        rc = exec(index.foldWritten);
     }
     if (rc == SQLITE_OK) {
-        rc = exec(index.clearPending.constData());
+        rc = exec(index.clearPending);
     }
-    return rc == SQLITE_OK && scope.Commit() == SQLITE_OK;
+    return rc == SQLITE_OK && transaction.Commit() == SQLITE_OK;
 }
 
-void DBManager::Private::syncSearchIndexes() {
-    for (const TrigramIndex& index : qAsConst(trigramIndexes)) {
-        syncSearchIndex(index);  // a failure leaves the notes for the next search to fold
+void TextSearchIndex::FoldAll() {
+    for (const Index& index : qAsConst(indexes)) {
+        fold(index);  // a failure leaves the notes for the next search to fold
     }
 }
 
-bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* column,
-                                          const QString& quotedIndex, const QString& match,
-                                          QVector<SearchCandidate>& rows) {
+bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column,
+                                 const QString& quotedIndex, const QString& match,
+                                 QVector<SearchCandidate>& rows) {
     // PRAGMA data_version sees the commits of other connections, the change count this
     // connection's own writes. Read before the rows, so that a change in between only makes
     // the memo look older than it is. Nothing is remembered inside a transaction: a rollback
     // undoes changes without lowering the count.
+    sqlite3* connection = runner.Connection();
     qint64 dataVersion = -1;
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    if (SqliteStatement* version =
-            cache.Acquire(QStringLiteral("PRAGMA data_version"), rc, multiple)) {
-        Lease lease(cache, version);
+    if (const StatementRunner::Lease version =
+            runner.TryPrepare(QStringLiteral("PRAGMA data_version"))) {
         if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
             dataVersion = sqlite3_column_int64(version->Handle(), 0);
         }
@@ -437,9 +412,8 @@ bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* 
     const qint64 changes = sqlite3_total_changes64(connection);
     const QString lookup =
         table->GetName() + QLatin1Char('\x1f') + column->GetName() + QLatin1Char('\x1f') + match;
-    CandidateMemo& memo = candidateMemo;
     if (dataVersion >= 0 && memo.lookup == lookup && memo.dataVersion == dataVersion &&
-        memo.changes == changes && memo.schemaVersion == describedSchemaVersion) {
+        memo.changes == changes && memo.schemaVersion == catalogue.Version()) {
         rows = memo.rows;
         return true;
     }
@@ -449,13 +423,13 @@ bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* 
                         QStringLiteral(" FROM ") + table->GetQuotedName() +
                         QStringLiteral(" WHERE rowid IN (SELECT rowid FROM ") + quotedIndex +
                         QStringLiteral(" WHERE ") + quotedIndex + QStringLiteral(" MATCH ?)");
-    SqliteStatement* candidates = cache.Acquire(sql, rc, multiple);
-    if (!candidates) {
+    const StatementRunner::Lease found = runner.TryPrepare(sql);
+    if (!found) {
         return false;
     }
-    Lease lease(cache, candidates);
-    candidates->Bind(1, match);
-    sqlite3_stmt* handle = candidates->Handle();
+    found->Bind(1, match);
+    sqlite3_stmt* handle = found->Handle();
+    int rc = SQLITE_OK;
     while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
         const int type = sqlite3_column_type(handle, 1);
         rows.append(SearchCandidate{sqlite3_column_int64(handle, 0), type,
@@ -469,42 +443,41 @@ bool DBManager::Private::searchCandidates(const DBTable* table, const DBColumn* 
         memo.lookup = lookup;
         memo.dataVersion = dataVersion;
         memo.changes = changes;
-        memo.schemaVersion = describedSchemaVersion;
+        memo.schemaVersion = catalogue.Version();
         memo.rows = rows;
     }
     return true;
 }
 
-bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* field, eLoadMode mode,
-                                         const QString& order, int limit,
-                                         QSharedPointer<DBData>& result,
-                                         eDBOperationResult& outcome) {
-    const auto index = trigramIndexes.constFind(table->GetName());
+bool TextSearchIndex::LoadLike(const DBTable* table, const DBField* field,
+                               DBManager::eLoadMode mode, const QString& order, int limit,
+                               QSharedPointer<DBData>& result) {
+    const auto index = indexes.constFind(table->GetName());
     const DBColumn* column = table->GetColumn(field->GetColumnName());
-    if (index == trigramIndexes.constEnd() || !column ||
-        !index->columns.contains(column->GetName()) ||
+    if (index == indexes.constEnd() || !column || !index->columns.contains(column->GetName()) ||
         field->GetValue().userType() != QMetaType::QString || !keyIsRowid(table)) {
         return false;
     }
     const SortKey sortKey = sortKeyOf(order, column->GetName());
     if (sortKey == SortKey::Unsupported ||
-        (sortKey == SortKey::Rowid && mode != LOAD_MODE_BY_KEY && mode != LOAD_MODE_BY_EXAMPLE)) {
+        (sortKey == SortKey::Rowid && mode != DBManager::LOAD_MODE_BY_KEY &&
+         mode != DBManager::LOAD_MODE_BY_EXAMPLE)) {
         return false;
     }
     const QString pattern = field->GetValue().toString();
     const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
-    if (match.isEmpty() || !syncSearchIndex(*index)) {
+    if (match.isEmpty() || !fold(*index)) {
         return false;
     }
     // Candidates: the rows holding the run's trigrams in any indexed column.
-    QVector<SearchCandidate> candidates;
-    if (!searchCandidates(table, column, index->quotedName, match, candidates)) {
+    QVector<SearchCandidate> found;
+    if (!candidates(table, column, index->quotedName, match, found)) {
         return false;
     }
     const QByteArray utf8 = pattern.toUtf8();
     const UnicodeText::LikePattern like(utf8.constData(), utf8.size(), 0);
     QVector<Candidate> matching;
-    for (const SearchCandidate& candidate : candidates) {
+    for (const SearchCandidate& candidate : qAsConst(found)) {
         if (candidate.type == SQLITE_NULL ||
             !like.Matches(candidate.text.constData(), candidate.text.size())) {
             continue;
@@ -519,29 +492,21 @@ bool DBManager::Private::loadLikeByIndex(const DBTable* table, const DBField* fi
                                                    : QByteArray(),
                       candidate.rowid});
     }
-    if (!loadRowsInOrder(table, orderedRowids(matching, limit), result)) {
-        return false;
-    }
-    outcome = DB_OPERATION_SUCCESS;
-    return true;
+    return loadRowsInOrder(table, orderedRowids(matching, limit), result);
 }
 
-bool DBManager::Private::loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
-                                         QSharedPointer<DBData>& result) {
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* byRowid =
-        cache.Acquire(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
-                          QStringLiteral(" WHERE rowid = ?"),
-                      rc, multiple);
+bool TextSearchIndex::loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
+                                      QSharedPointer<DBData>& result) {
+    const StatementRunner::Lease byRowid =
+        runner.TryPrepare(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
+                          QStringLiteral(" WHERE rowid = ?"));
     if (!byRowid) {
         return false;
     }
-    Lease lease(cache, byRowid);
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
     for (const qint64 rowid : rowids) {
         sqlite3_bind_int64(byRowid->Handle(), 1, rowid);
-        rc = appendRows(byRowid, table, *rows);
+        const int rc = StatementRunner::AppendRows(byRowid.get(), table, *rows);
         sqlite3_reset(byRowid->Handle());
         if (rc != SQLITE_DONE) {
             return false;
@@ -551,18 +516,17 @@ bool DBManager::Private::loadRowsInOrder(const DBTable* table, const QVector<qin
     return true;
 }
 
-bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn* column,
-                                           const QString& prefix, const DBColumn* orderColumn,
-                                           QSharedPointer<DBData>& result,
-                                           eDBOperationResult& outcome) {
+bool TextSearchIndex::LoadPrefix(const DBTable* table, const DBColumn* column,
+                                 const QString& prefix, const DBColumn* orderColumn,
+                                 QSharedPointer<DBData>& result) {
     if (!keyIsRowid(table) || prefix.isEmpty() || !allFoldAlike(prefix)) {
         return false;
     }
-    const auto index = trigramIndexes.constFind(table->GetName());
-    const bool byTrigrams = prefix.size() >= trigramLength && index != trigramIndexes.constEnd() &&
+    const auto index = indexes.constFind(table->GetName());
+    const bool byTrigrams = prefix.size() >= trigramLength && index != indexes.constEnd() &&
                             index->columns.contains(column->GetName());
     const bool byRanges =
-        !byTrigrams && leadingIndexColumns.value(table->GetName()).contains(column->GetName());
+        !byTrigrams && catalogue.LeadsAnIndex(table->GetName(), column->GetName());
     if (!byTrigrams && !byRanges) {
         return false;
     }
@@ -601,20 +565,18 @@ bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn*
                                  QStringLiteral(" MATCH ?)")
                            : column->GetQuotedName() + QStringLiteral(" >= ? AND ") +
                                  column->GetQuotedName() + QStringLiteral(" < ?"));
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* candidates = cache.Acquire(sql, rc, multiple);
+    const StatementRunner::Lease candidates = runner.TryPrepare(sql);
     if (!candidates) {
         return false;
     }
-    const QByteArray pattern = (escapeLikePattern(prefix) + QLatin1Char('%')).toUtf8();
+    const QByteArray pattern = (SqlText::EscapeLikePattern(prefix) + QLatin1Char('%')).toUtf8();
     const UnicodeText::LikePattern like(pattern.constData(), pattern.size(), '\\');
     QVector<Candidate> matching;
-    Lease lease(cache, candidates);
     const QStringList lookups = byTrigrams ? QStringList{trigramQuery(*index, prefix)} : forms;
-    if (byTrigrams && (lookups.first().isEmpty() || !syncSearchIndex(*index))) {
+    if (byTrigrams && (lookups.first().isEmpty() || !fold(*index))) {
         return false;
     }
+    int rc = SQLITE_OK;
     for (const QString& lookup : lookups) {
         if (byTrigrams) {
             candidates->Bind(1, lookup);
@@ -645,79 +607,5 @@ bool DBManager::Private::loadPrefixByIndex(const DBTable* table, const DBColumn*
             return false;
         }
     }
-    if (!loadRowsInOrder(table, orderedRowids(matching, 0), result)) {
-        return false;
-    }
-    outcome = DB_OPERATION_SUCCESS;
-    return true;
-}
-
-bool DBManager::Private::minUnusedByIndex(const DBTable* table, const DBColumn* column,
-                                          QVariant& value, eDBOperationResult& outcome) {
-    if (!uniqueColumns.value(table->GetName()).contains(column->GetName())) {
-        return false;
-    }
-    const QString c = column->GetQuotedName();
-    const QString t = table->GetQuotedName();
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    // The k-th value above `lo` in index order; skipping entries with OFFSET costs the index a
-    // step each, far less than counting or probing them one by one.
-    SqliteStatement* nth = cache.Acquire(
-        QStringLiteral("SELECT %1 FROM %2 WHERE %1 > ? ORDER BY %1 LIMIT 1 OFFSET ?").arg(c, t), rc,
-        multiple);
-    if (!nth) {
-        return false;
-    }
-    Lease lease(cache, nth);
-    sqlite3_stmt* handle = nth->Handle();
-    // Whether the k-th value above `lo` is lo + k; as the values are distinct, every value of
-    // (lo, lo + k] is then present.
-    bool failed = false;
-    auto contiguous = [handle, &failed](qint64 lo, qint64 k) {
-        sqlite3_bind_int64(handle, 1, lo);
-        sqlite3_bind_int64(handle, 2, k - 1);
-        const int step = sqlite3_step(handle);
-        const bool holds = step == SQLITE_ROW && sqlite3_column_type(handle, 0) == SQLITE_INTEGER &&
-                           sqlite3_column_int64(handle, 0) == lo + k;
-        failed = failed || (step != SQLITE_ROW && step != SQLITE_DONE);
-        sqlite3_reset(handle);
-        return holds;
-    };
-    constexpr qint64 largest = std::numeric_limits<qint64>::max() / 4;
-    // Gallop: every value of 1..lo is present; double the stride until a gap lies within it.
-    qint64 lo = 0;
-    qint64 stride = 1;
-    while (lo < largest && contiguous(lo, stride)) {
-        lo += stride;
-        stride *= 2;
-    }
-    // Bisect the stride that holds the gap: (lo, lo + stride] misses a value.
-    while (lo < largest && stride > 1 && !failed) {
-        const qint64 half = stride / 2;
-        if (contiguous(lo, half)) {
-            lo += half;
-            stride -= half;
-        } else {
-            stride = half;
-        }
-    }
-    if (failed || lo >= largest) {
-        return false;
-    }
-    // Values other than integers (a REAL among the keys) break the reasoning above; make sure
-    // the answer is really unused, or let the plain statement decide.
-    SqliteStatement* present =
-        cache.Acquire(QStringLiteral("SELECT 1 FROM %2 WHERE %1 = ?").arg(c, t), rc, multiple);
-    if (!present) {
-        return false;
-    }
-    Lease presentLease(cache, present);
-    sqlite3_bind_int64(present->Handle(), 1, lo + 1);
-    if (sqlite3_step(present->Handle()) != SQLITE_DONE) {
-        return false;
-    }
-    value = QVariant(static_cast<qlonglong>(lo + 1));
-    outcome = DB_OPERATION_SUCCESS;
-    return true;
+    return loadRowsInOrder(table, orderedRowids(matching, 0), result);
 }

@@ -1,0 +1,42 @@
+#include "ChangeTracker.h"
+
+#include <sqlite3.h>
+
+void ChangeTracker::Attach(sqlite3* connection) {
+    sqlite3_update_hook(connection, &ChangeTracker::onRowChange, this);
+}
+
+void ChangeTracker::onRowChange(void* tracker, int, const char*, const char* table, long long) {
+    auto* self = static_cast<ChangeTracker*>(tracker);
+    if (self->lastChangedCount && self->lastChangedTable == table) {
+        ++*self->lastChangedCount;
+        return;
+    }
+    self->lastChangedTable = table;
+    self->lastChangedCount = &self->tableChanges[self->lastChangedTable];
+    ++*self->lastChangedCount;
+}
+
+void ChangeTracker::CountTableWrite(const QString& table) {
+    ++tableChanges[table.toStdString()];
+}
+
+quint64 ChangeTracker::TableVersion(sqlite3* connection, const QString& table) {
+    // Asking the pager starts no transaction (a read transaction costs several file-lock
+    // calls). Own writes inside an open transaction do not move it: the hook's counts cover
+    // those.
+    const auto pager = static_cast<unsigned int>(DataVersion(connection));
+    if (pager != seenDataVersion) {
+        seenDataVersion = pager;
+        ++commitEpoch;
+    }
+    const auto own = tableChanges.find(table.toStdString());
+    const quint64 changes = unattributedWrites + (own == tableChanges.end() ? 0 : own->second);
+    return (commitEpoch << 32) + (changes & 0xffffffffu);
+}
+
+quint64 ChangeTracker::DataVersion(sqlite3* connection) {
+    unsigned int version = 0;
+    sqlite3_file_control(connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
+    return version;
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+// Internal to the database layer: the SQLite connection of one DBManager.
+
+#include <QString>
+
+struct sqlite3;
+class ChangeTracker;
+class QueryLimits;
+
+// Owns one SQLite connection: opened by Open, closed by Close or the destructor, never copied.
+// Open sets it up as every operation of this layer relies on: extended result codes, double
+// quotes for identifiers only, WAL with durable commits, a small page cache and no memory
+// mapping, statement journals in memory, the query limits, the Unicode functions and the
+// change hook. Guarded by the DBManager's mutex.
+class SqliteConnection {
+public:
+    SqliteConnection() = default;
+    ~SqliteConnection() { Close(); }
+
+    SqliteConnection(const SqliteConnection&) = delete;
+    SqliteConnection& operator=(const SqliteConnection&) = delete;
+
+    // Opens `path` for reading and writing, creating a missing file. Returns an SQLite result
+    // code; on failure nothing stays open and `error` says why.
+    int Open(const QString& path, QueryLimits& limits, ChangeTracker& changes, QString& error);
+    void Close();
+
+    bool IsOpen() const { return handle != nullptr; }
+    sqlite3* Handle() const { return handle; }
+    // Runs statements that return no rows (pragmas, transaction control).
+    int Exec(const char* sql);
+
+private:
+    sqlite3* handle = nullptr;
+};

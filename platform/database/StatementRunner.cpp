@@ -1,0 +1,235 @@
+#include "StatementRunner.h"
+
+#include <sqlite3.h>
+
+#include "DatabaseLog.h"
+#include "QueryLimits.h"
+
+StatementRunner::StatementRunner(FailureLog& failures, QueryLimits& limits)
+    : failures(failures), limits(limits) {}
+
+void StatementRunner::Attach(sqlite3* newConnection) {
+    connection = newConnection;
+    cache.SetConnection(newConnection);
+}
+
+void StatementRunner::Detach() {
+    cache.SetConnection(nullptr);
+    connection = nullptr;
+}
+
+StatementRunner::Lease& StatementRunner::Lease::operator=(Lease&& other) noexcept {
+    if (this != &other) {
+        release();
+        cache = other.cache;
+        statement = other.statement;
+        other.statement = nullptr;
+    }
+    return *this;
+}
+
+void StatementRunner::Lease::release() {
+    if (statement) {
+        cache->Release(statement);
+        statement = nullptr;
+    }
+}
+
+namespace {
+
+// Compiles `text`; failures name `shown`, the text the caller gave.
+StatementRunner::Lease prepareShown(StatementCache& cache, FailureLog& failures,
+                                    sqlite3* connection, const char* operation, const QString& text,
+                                    const QString& shown, eDBOperationResult& result) {
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    if (SqliteStatement* statement = cache.Acquire(text, rc, multiple)) {
+        return StatementRunner::Lease(cache, statement);
+    }
+    if (multiple) {
+        result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                 QStringLiteral("the text holds more than one statement [") +
+                                     DatabaseLog::Excerpt(shown) + QLatin1Char(']'));
+    } else if (rc == SQLITE_MISUSE && (!connection || sqlite3_errcode(connection) == SQLITE_OK)) {
+        result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                 QStringLiteral("the text holds no statement"));
+    } else {
+        result = failures.Fail(operation, connection, rc, shown);
+    }
+    return StatementRunner::Lease();
+}
+
+}  // namespace
+
+StatementRunner::Lease StatementRunner::Prepare(const char* operation, const QString& sql,
+                                                eDBOperationResult& result) {
+    return prepareShown(cache, failures, connection, operation, sql, sql, result);
+}
+
+StatementRunner::Lease StatementRunner::TryPrepare(const QString& sql) {
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* statement = cache.Acquire(sql, rc, multiple);
+    return statement ? Lease(cache, statement) : Lease();
+}
+
+eDBOperationResult StatementRunner::ReadRows(const char* operation, const QString& sql,
+                                             const QVector<QVariant>& values, const DBTable* table,
+                                             QSharedPointer<DBData>& result) {
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    Lease statement = Prepare(operation, sql, outcome);
+    if (!statement) {
+        return outcome;
+    }
+    int rc = statement->BindAll(values);
+    if (rc != SQLITE_OK) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    rc = AppendRows(statement.get(), table, *rows);
+    if (rc != SQLITE_DONE) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    result = rows;
+    return DB_OPERATION_SUCCESS;
+}
+
+int StatementRunner::AppendRows(SqliteStatement* statement, const DBTable* table, DBData& rows) {
+    const QVector<QString>& names = statement->ColumnNames();
+    const QVector<const DBColumn*>& columns = statement->ColumnsOf(table);
+    const int columnCount = names.size();
+    int rc = SQLITE_OK;
+    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+        auto* row = new DBRow(table);
+        row->ReserveFields(columnCount);
+        for (int i = 0; i < columnCount; ++i) {
+            row->AppendField(columns[i], names[i], statement->ColumnValue(i));
+        }
+        rows.AppendRow(row);
+    }
+    return rc;
+}
+
+eDBOperationResult StatementRunner::ReadValue(const char* operation, const QString& sql,
+                                              const QVector<QVariant>& values, QVariant& value) {
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    Lease statement = Prepare(operation, sql, outcome);
+    if (!statement) {
+        return outcome;
+    }
+    int rc = statement->BindAll(values);
+    if (rc != SQLITE_OK) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    rc = sqlite3_step(statement->Handle());
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    value = rc == SQLITE_ROW ? statement->ColumnValue(0) : QVariant();
+    return DB_OPERATION_SUCCESS;
+}
+
+eDBOperationResult StatementRunner::Write(const char* operation, const QString& sql,
+                                          const QVector<QVariant>& values, int* changes) {
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    Lease statement = Prepare(operation, sql, outcome);
+    if (!statement) {
+        return outcome;
+    }
+    int rc = statement->BindAll(values);
+    if (rc != SQLITE_OK) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+    }
+    if (rc != SQLITE_DONE) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    if (changes) {
+        *changes = sqlite3_changes(connection);
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+QString StatementRunner::WithCondition(const QString& head, const QString& where,
+                                       QVector<QVariant>& values) {
+    if (where.trimmed().isEmpty()) {
+        return head;
+    }
+    const SqlLiteralParameterizer::Result fragment = parameterizer.ParameterizeFragment(where);
+    values += fragment.values;
+    return head + QStringLiteral(" WHERE ") + fragment.text;
+}
+
+bool StatementRunner::Resolve(const char* operation, const QString& sql, Resolved& resolved,
+                              eDBOperationResult& result) {
+    StatementTemplates::Match match;
+    if (templates.Find(sql, match)) {
+        resolved.statement =
+            prepareShown(cache, failures, connection, operation, match.statement, sql, result);
+        // A code point takes at most three bytes in UTF-8 for each UTF-16 unit.
+        resolved.pastedBytes =
+            match.value.size() * 3 > QueryLimits::maxValueBytes ? match.value.toUtf8().size() : 0;
+        resolved.values = {QVariant(match.value)};
+        return static_cast<bool>(resolved.statement);
+    }
+    const SqlLiteralParameterizer::Result parameterized = parameterizer.Parameterize(sql);
+    resolved.statement =
+        prepareShown(cache, failures, connection, operation, parameterized.text, sql, result);
+    resolved.values = parameterized.values;
+    return static_cast<bool>(resolved.statement);
+}
+
+eDBOperationResult StatementRunner::Run(const char* operation, const QString& sql,
+                                        Resolved& resolved, DBDirectQueryResult* result,
+                                        int timeLimitMs) {
+    SqliteStatement* statement = resolved.statement.get();
+    const QueryLimits::LongValueScope longValue(connection, resolved.pastedBytes);
+    int rc = statement->BindAll(resolved.values);
+    if (rc != SQLITE_OK) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    DBDirectQueryResult rows;
+    const int columnCount = statement->ColumnCount();
+    if (result) {
+        rows.SetColumnNames(statement->ColumnNames());
+    }
+    // Writes are the library's own fixed statements and run to their end (a price conversion
+    // of the whole catalogue); queries carry scanned and typed text and keep to their budget.
+    const bool query = statement->IsReadOnly();
+    struct Budget {
+        QueryLimits& limits;
+        bool on;
+        Budget(QueryLimits& limits, bool on, int timeLimitMs) : limits(limits), on(on) {
+            if (on) {
+                limits.Start(timeLimitMs);
+            }
+        }
+        ~Budget() {
+            if (on) {
+                limits.Stop();
+            }
+        }
+    } budget(limits, query, timeLimitMs);
+    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+        if (result) {
+            QVector<QVariant> row(columnCount);
+            for (int i = 0; i < columnCount; ++i) {
+                row[i] = statement->ColumnValue(i);
+            }
+            rows.AppendRow(row);
+        }
+    }
+    if (rc != SQLITE_DONE && query && limits.WasStopped()) {
+        return failures.Refuse(operation, DB_OPERATION_ERROR,
+                               limits.StopReason() + QStringLiteral(" [") +
+                                   DatabaseLog::Excerpt(sql) + QLatin1Char(']'));
+    }
+    if (rc != SQLITE_DONE) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    if (result) {
+        *result = rows;
+    }
+    return DB_OPERATION_SUCCESS;
+}

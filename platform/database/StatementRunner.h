@@ -1,0 +1,113 @@
+#pragma once
+
+// Internal to the database layer: compiling, binding and running statements.
+
+#include <QString>
+#include <QVariant>
+#include <QVector>
+
+#include "DBData.h"
+#include "DBDirectQueryResult.h"
+#include "DBTable.h"
+#include "SqlLiteralParameterizer.h"
+#include "SqliteStatement.h"
+#include "StatementCache.h"
+#include "StatementTemplates.h"
+#include "eDBOperationResult.h"
+
+struct sqlite3;
+class FailureLog;
+class QueryLimits;
+
+// Runs the statements of one connection: compiles each distinct text once (StatementCache) and
+// lends it out for one use (Lease); binds values; turns the literal values of a text handed to
+// Execute into parameters (SqlLiteralParameterizer), or, for a text of a declared shape
+// (StatementTemplates), binds the pasted text whole; runs a query within its QueryLimits.
+// Failures are logged through FailureLog. Guarded by the DBManager's mutex.
+class StatementRunner {
+public:
+    StatementRunner(FailureLog& failures, QueryLimits& limits);
+
+    // Uses `connection` from now on; Detach finalises every statement before it closes.
+    void Attach(sqlite3* connection);
+    void Detach();
+    sqlite3* Connection() const { return connection; }
+
+    // A compiled statement pinned for one use: reset, unbound and evictable again when the
+    // lease ends. Empty when the statement could not be compiled.
+    class Lease {
+    public:
+        Lease() = default;
+        Lease(StatementCache& cache, SqliteStatement* statement)
+            : cache(&cache), statement(statement) {}
+        ~Lease() { release(); }
+        Lease(Lease&& other) noexcept : cache(other.cache), statement(other.statement) {
+            other.statement = nullptr;
+        }
+        Lease& operator=(Lease&& other) noexcept;
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+        SqliteStatement* operator->() const { return statement; }
+        SqliteStatement* get() const { return statement; }
+        explicit operator bool() const { return statement != nullptr; }
+
+    private:
+        void release();
+        StatementCache* cache = nullptr;
+        SqliteStatement* statement = nullptr;
+    };
+
+    // The compiled statement for `sql`; when it does not compile, an empty lease with `result`
+    // set and the failure logged (a text holding a second statement is refused with 7).
+    Lease Prepare(const char* operation, const QString& sql, eDBOperationResult& result);
+    // The same for the layer's own statements, without a log line: empty when not compiled.
+    Lease TryPrepare(const QString& sql);
+
+    // Runs a statement that returns rows into DBRows of `table` (columns found by name; a
+    // column the table does not have keeps its name only). `result` is replaced on success.
+    eDBOperationResult ReadRows(const char* operation, const QString& sql,
+                                const QVector<QVariant>& values, const DBTable* table,
+                                QSharedPointer<DBData>& result);
+    // Runs a statement that returns one value (null when it returns no row).
+    eDBOperationResult ReadValue(const char* operation, const QString& sql,
+                                 const QVector<QVariant>& values, QVariant& value);
+    // Runs a statement that returns no rows; `changes` receives the rows it changed.
+    eDBOperationResult Write(const char* operation, const QString& sql,
+                             const QVector<QVariant>& values, int* changes = nullptr);
+    // Steps a bound statement to its end, appending its rows; returns the last SQLite code
+    // (SQLITE_DONE when all went well).
+    static int AppendRows(SqliteStatement* statement, const DBTable* table, DBData& rows);
+
+    // `head` WHERE `where`, the literals of the condition turned into parameters appended to
+    // `values`, so that the statement is compiled once for every value.
+    QString WithCondition(const QString& head, const QString& where, QVector<QVariant>& values);
+
+    // A text handed to Execute, ready to run.
+    struct Resolved {
+        Lease statement;
+        QVector<QVariant> values;
+        int pastedBytes = 0;  // the text bound into a declared shape, in UTF-8
+    };
+    // Finds the statement for a text handed to Execute: its declared shape, else the text with
+    // its literals as parameters. A text that does not compile so is refused (logged), never
+    // run another way.
+    bool Resolve(const char* operation, const QString& sql, Resolved& resolved,
+                 eDBOperationResult& result);
+    // Runs a resolved text; a query (read-only statement) keeps to `timeLimitMs` (0: none) and
+    // the memory budget. A SELECT fills `result` when given.
+    eDBOperationResult Run(const char* operation, const QString& sql, Resolved& resolved,
+                           DBDirectQueryResult* result, int timeLimitMs);
+
+    StatementTemplates& Templates() { return templates; }
+
+private:
+    static constexpr int cacheCapacity = 128;
+
+    FailureLog& failures;
+    QueryLimits& limits;
+    sqlite3* connection = nullptr;
+    StatementCache cache{cacheCapacity};
+    SqlLiteralParameterizer parameterizer;
+    StatementTemplates templates;
+};

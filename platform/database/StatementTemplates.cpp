@@ -1,0 +1,68 @@
+#include "StatementTemplates.h"
+
+#include <algorithm>
+
+namespace {
+
+const QChar quote = QLatin1Char('"');
+
+// Whether one text could be read as both shapes: then nobody could tell where the pasted text
+// ends.
+bool overlap(const QString& head, const QString& tail, const QString& otherHead,
+             const QString& otherTail) {
+    return (head.startsWith(otherHead) || otherHead.startsWith(head)) &&
+           (tail.endsWith(otherTail) || otherTail.endsWith(tail));
+}
+
+}  // namespace
+
+bool StatementTemplates::Declare(const QString& head, const QStringList& tails, QString& why) {
+    if (!head.endsWith(quote) || tails.isEmpty()) {
+        why = QStringLiteral(
+            "a statement template needs a head ending with a double quote and "
+            "at least one tail");
+        return false;
+    }
+    QVector<Shape> added;
+    for (const QString& tail : tails) {
+        if (!tail.startsWith(quote)) {
+            why = QStringLiteral("a tail of a statement template must begin with a double quote");
+            return false;
+        }
+        const auto same = [&](const Shape& shape) {
+            return shape.head == head && shape.tail == tail;
+        };
+        if (std::any_of(shapes.cbegin(), shapes.cend(), same) ||
+            std::any_of(added.cbegin(), added.cend(), same)) {
+            continue;
+        }
+        for (const QVector<Shape>* known : {&shapes, &added}) {
+            for (const Shape& shape : *known) {
+                if (overlap(head, tail, shape.head, shape.tail)) {
+                    why = QStringLiteral(
+                              "the statement template [%1...%2] can be read as "
+                              "[%3...%4] too")
+                              .arg(head, tail, shape.head, shape.tail);
+                    return false;
+                }
+            }
+        }
+        added.append(
+            Shape{head, tail, head.left(head.size() - 1) + QLatin1Char('?') + tail.mid(1)});
+    }
+    shapes += added;
+    return true;
+}
+
+bool StatementTemplates::Find(const QString& sql, Match& match) const {
+    for (const Shape& shape : shapes) {
+        if (sql.size() >= shape.head.size() + shape.tail.size() && sql.startsWith(shape.head) &&
+            sql.endsWith(shape.tail)) {
+            match.statement = shape.statement;
+            match.value =
+                sql.mid(shape.head.size(), sql.size() - shape.head.size() - shape.tail.size());
+            return true;
+        }
+    }
+    return false;
+}
