@@ -57,11 +57,25 @@ const QString msgPrefixError =
 // The incremental search lists at most this many articles of each kind.
 constexpr int infixPassLimit = 100;
 
-// The scan lookup's SELECT, in the order its values map to the Article fields.
-const QString byBarcodeSelect = QStringLiteral(
-    "SELECT a.id, plu_no, art_name, tax_rate_no, dept_no, quantity_precision, unit_no, sale_bloc, "
-    "main_barcode, price, is_pack, disc_sur_block, free_price_allow, on_handy_list, scale_no, "
-    "link_plu_no             FROM ");
+// The scan lookup's SELECT, in the order its values map to the Article fields, up to the
+// quote that opens the searched barcode.
+const QString byBarcodeHead =
+    QStringLiteral(
+        "SELECT a.id, plu_no, art_name, tax_rate_no, dept_no, quantity_precision, unit_no, "
+        "sale_bloc, main_barcode, price, is_pack, disc_sur_block, free_price_allow, on_handy_list, "
+        "scale_no, link_plu_no             FROM ") +
+    A::table + QStringLiteral(" a, ") + B::table +
+    QStringLiteral(" b                 WHERE a.id == b.") + B::articleId +
+    QStringLiteral("                 AND b.") + B::barcode + QStringLiteral(" = \"");
+const QString byBarcodeTail = QStringLiteral("\"");
+const QString byBarcodeHandyTail = byBarcodeTail + QStringLiteral(" AND a.on_handy_list == 1");
+// FindName's statement around the name, after the Article table's name.
+const QString findNameTail = QStringLiteral("\";");
+
+QString findNameHead(const DBTable* articleTable) {
+    return QStringLiteral("SELECT * FROM ") + articleTable->GetName() + QStringLiteral(" WHERE ") +
+           A::name + QStringLiteral(" like ") + QLatin1Char('"');
+}
 
 // Position of each Article column in the record, in the order the row mapping compares them.
 enum ArticleSlot {
@@ -284,6 +298,10 @@ bool ArticleSeeker::Initialize(DBManager* newDb) {
         LogMessage(logLevelError, msgNoBarcodeTable);
         return false;
     }
+    // The name and the scanned code go into these statements as they are: the database binds
+    // them as one value, so that nothing in them can change what the statement does.
+    db->DeclareStatementTemplate(findNameHead(articleTable), {findNameTail});
+    db->DeclareStatementTemplate(byBarcodeHead, {byBarcodeTail, byBarcodeHandyTail});
     initialized = true;
     return true;
 }
@@ -382,9 +400,7 @@ int ArticleSeeker::FindName(const QString& name, Article& article) {
     if (!initialized) {
         return RESULT_NOT_INITIALIZED;
     }
-    const QString sql = QStringLiteral("SELECT * FROM ") + articleTable->GetName() +
-                        QStringLiteral(" WHERE ") + A::name + QStringLiteral(" like ") +
-                        QLatin1Char('"') + name + QLatin1Char('"') + QLatin1Char(';');
+    const QString sql = findNameHead(articleTable) + name + findNameTail;
     DBDirectQueryResult result;
     if (db->Execute(sql, &result) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgFindNameError);
@@ -616,18 +632,11 @@ int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article
             searched = articleBarcode;
         }
     }
-    static const QString head = byBarcodeSelect + A::table + QStringLiteral(" a, ") + B::table +
-                                QStringLiteral(" b                 WHERE a.id == b.") +
-                                B::articleId + QStringLiteral("                 AND b.") +
-                                B::barcode + QStringLiteral(" = \"");
     QString sql;
-    sql.reserve(head.size() + searched.size() + 32);
-    sql += head;
+    sql.reserve(byBarcodeHead.size() + searched.size() + byBarcodeHandyTail.size());
+    sql += byBarcodeHead;
     sql += searched;
-    sql += QLatin1Char('"');
-    if (onlyHandyList) {
-        sql += QStringLiteral(" AND a.on_handy_list == 1");
-    }
+    sql += onlyHandyList ? byBarcodeHandyTail : byBarcodeTail;
     DBDirectQueryResult result;
     if (db->Execute(sql, &result) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgByBarcodeError);

@@ -8,6 +8,11 @@ const QString prefixTable = QStringLiteral("SpecialBarcodePrefixes");
 const QString idColumn = QStringLiteral("id");
 const QString prefixColumn = QStringLiteral("prefix");
 const QString kindColumn = QStringLiteral("weight_or_price");
+// The classification's statement around the prefix it is given.
+const QString classifyHead =
+    QStringLiteral("SELECT ") + kindColumn + QStringLiteral("             FROM ") + prefixTable +
+    QStringLiteral("                 WHERE ") + prefixColumn + QStringLiteral(" == \"");
+const QString classifyTail = QStringLiteral("\"");
 
 const QString msgNoTable = QStringLiteral(
     "BarcodePrefixDBManager::Initialize()! Can not find special barcode prefixes table in "
@@ -62,6 +67,8 @@ bool BarcodePrefixDBManager::Initialize(DBManager* newDb) {
         return false;
     }
     db = newDb;
+    // The prefix goes into the classification as it is: the database binds it as one value.
+    db->DeclareStatementTemplate(classifyHead, {classifyTail});
     table = db->GetTable(prefixTable);
     if (!table) {
         LogMessage(logLevelError, msgNoTable);
@@ -147,10 +154,7 @@ int BarcodePrefixDBManager::LoadPrefixesByType(const SpecialBarcodeSubjectType& 
 
 bool BarcodePrefixDBManager::CheckSpecialBarcodeSubjectType(const QString& barcode,
                                                             SpecialBarcodeSubjectType& type) {
-    const QString statement = QStringLiteral("SELECT ") + kindColumn +
-                              QStringLiteral("             FROM ") + prefixTable +
-                              QStringLiteral("                 WHERE ") + prefixColumn +
-                              QStringLiteral(" == \"") + barcode + QLatin1Char('"');
+    const QString statement = classifyHead + barcode + classifyTail;
     DBDirectQueryResult result;
     if (!db || db->Execute(statement, &result) != DB_OPERATION_SUCCESS) {
         type = SPECIAL_BARCODE_NONE;
