@@ -49,7 +49,8 @@ public:
     // 0 done (also when no article has the PLU), 4 refused, 6 not initialised.
     eDBOperationResult UpdateArticlePrice(unsigned int pluNo, const PriceValue& price);
     // Divides every price by the rate, rounded half up and capped at 999999999, all or none:
-    // 0 done, 4 failed. REQUIRES: initialised editor; rate not 0, under 9 precision digits.
+    // 0 done, 4 failed or refused (a rate of 0 or below, or with more than 8 precision
+    // digits, changes no price). REQUIRES: initialised editor.
     eDBOperationResult ChangeAllArticlesPrices(const CurrencyExchangeRate& rate);
     // Empties the catalogue and its barcodes and notepads, then calls the all-articles-removed
     // callbacks with 1: 0 done, 1 refused (G::dbReceipt holds receipt lines), 4 a count or

@@ -1,7 +1,6 @@
 #include "ArticleEditor.h"
 
 #include <cmath>
-#include <limits>
 
 #include "DBCloser.h"
 #include "LibraryLog.h"
@@ -28,6 +27,9 @@ const QString msgPriceError = QStringLiteral(
     "ArticleEditor: SQL error when try to update price of chosen article in the database!");
 const QString msgPricesError = QStringLiteral(
     "ArticleEditor: SQL error when try to update prices of articles in the database!");
+const QString msgRateRefused = QStringLiteral(
+    "ArticleEditor: the exchange rate must be above 0 with at most 8 decimal places; no price "
+    "was changed.");
 const QString msgReceiptCountError = QStringLiteral(
     "ArticleEditor::RemoveAllArticles(): Error while getting count of receipt lines");
 const QString msgClearError =
@@ -44,6 +46,9 @@ const QString catalogueTables[] = {
 
 // The largest price a conversion may give, in minor units.
 const QString priceCap = QStringLiteral("999999999");
+// The most decimal places of an exchange rate: 10^(digits + 1) must fit the 32 bits the
+// conversion's multiplier has, or every price would be rewritten by a wrong factor.
+constexpr unsigned int maxRateDigits = 8;
 
 }  // namespace
 
@@ -194,12 +199,15 @@ eDBOperationResult ArticleEditor::ChangeAllArticlesPrices(const CurrencyExchange
         LogMessage(logLevelError, msgPricesError);
         return DB_OPERATION_ERROR;
     }
-    // M = 10^(d+1): the quotient carries one digit more, which "+ 5) / 10" rounds away. Like
-    // the register's ARM FPU, the conversion to 32 bits saturates.
-    const double power = std::pow(10.0, static_cast<double>(rate.GetPrecisionDigits()) + 1.0);
-    const int scale = power >= static_cast<double>(std::numeric_limits<int>::max())
-                          ? std::numeric_limits<int>::max()
-                          : static_cast<int>(power);
+    // A rate of 0 would leave no price, a negative one negative prices.
+    if (!rate.IsValid() || rate.GetNumberValue() <= 0 ||
+        rate.GetPrecisionDigits() > maxRateDigits) {
+        LogMessage(logLevelError, msgRateRefused);
+        return DB_OPERATION_ERROR;
+    }
+    // M = 10^(d+1): the quotient carries one digit more, which "+ 5) / 10" rounds away.
+    const int scale =
+        static_cast<int>(std::pow(10.0, static_cast<double>(rate.GetPrecisionDigits()) + 1.0));
     const QString rounded = QStringLiteral("((CAST((") + A::price + QStringLiteral(" * ") +
                             QString::number(scale, 10) + QStringLiteral(" / ") +
                             QString::number(rate.GetNumberValue(), 10) +

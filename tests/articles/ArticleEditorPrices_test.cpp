@@ -84,9 +84,28 @@ TEST_F(ArticleEditorPrices, ConversionIsAllOrNothing) {
         Logger::LOG_ERROR,
         QStringLiteral(
             "ArticleEditor: SQL error when try to update prices of articles in the database!")));
-    // A zero rate would give no price at all: refused by the schema, nothing changes.
-    EXPECT_EQ(DB_OPERATION_ERROR, editor.ChangeAllArticlesPrices(CurrencyExchangeRate(0, 2)));
+    // Rates that no statement may be built for: none, negative, or with so many digits that
+    // 10^(d+1) does not fit the multiplier (it would rewrite every price by a wrong factor).
+    Raw().Exec(QStringLiteral("DROP TRIGGER no_big"));
+    SqlRecorder sql(articles.get());
+    for (const CurrencyExchangeRate& rate :
+         {CurrencyExchangeRate(0, 2), CurrencyExchangeRate(-43210, 4),
+          CurrencyExchangeRate(QStringLiteral("1.000000000")), CurrencyExchangeRate(1, 12)}) {
+        log->Clear();
+        EXPECT_EQ(DB_OPERATION_ERROR, editor.ChangeAllArticlesPrices(rate))
+            << rate.ToString().toStdString();
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                                  QStringLiteral("ArticleEditor: the exchange rate must be above 0 "
+                                                 "with at most 8 decimal places; no price was "
+                                                 "changed.")));
+    }
+    EXPECT_TRUE(sql.Texts().isEmpty());
     EXPECT_EQ(QStringList({"100", "200"}),
+              Raw().Rows(QStringLiteral("SELECT price FROM Article ORDER BY id")));
+    // Eight digits is the most that converts exactly.
+    EXPECT_EQ(DB_OPERATION_SUCCESS,
+              editor.ChangeAllArticlesPrices(CurrencyExchangeRate(QStringLiteral("0.50000000"))));
+    EXPECT_EQ(QStringList({"200", "400"}),
               Raw().Rows(QStringLiteral("SELECT price FROM Article ORDER BY id")));
 }
 
