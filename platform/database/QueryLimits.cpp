@@ -2,7 +2,7 @@
 
 #include <sqlite3.h>
 
-void QueryLimits::Install(sqlite3* connection) {
+int QueryLimits::Install(sqlite3* connection) {
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, maxValueBytes);
     sqlite3_limit(connection, SQLITE_LIMIT_SQL_LENGTH, maxSqlBytes);
     sqlite3_limit(connection, SQLITE_LIMIT_COLUMN, maxColumns);
@@ -16,6 +16,7 @@ void QueryLimits::Install(sqlite3* connection) {
     sqlite3_limit(connection, SQLITE_LIMIT_TRIGGER_DEPTH, maxTriggerDepth);
     sqlite3_limit(connection, SQLITE_LIMIT_WORKER_THREADS, 0);
     sqlite3_progress_handler(connection, progressSteps, &QueryLimits::onProgress, this);
+    return boundedPrintf.Register(connection);
 }
 
 void QueryLimits::Start(int limitMs) {

@@ -6,6 +6,8 @@
 #include <QString>
 #include <chrono>
 
+#include "BoundedPrintf.h"
+
 struct sqlite3;
 
 // The budget of the query that Execute is running, checked by SQLite's progress handler every
@@ -34,9 +36,10 @@ public:
     // How often the custom functions look at the budget, in units of their work.
     static constexpr int checkEveryUnits = 1 << 14;
 
-    // Applies the limits above to a connection and installs the progress handler. No database
-    // is attached to it either: ATTACH could create files anywhere.
-    void Install(sqlite3* connection);
+    // Applies the limits above to a connection, installs the progress handler and bounds the
+    // widths of printf(). No database is attached to it either: ATTACH could create files
+    // anywhere. Returns an SQLite result code.
+    int Install(sqlite3* connection);
 
     // Starts the budget of one query: `timeLimitMs` (0: no time limit) and the memory limit.
     void Start(int timeLimitMs);
@@ -73,4 +76,5 @@ private:
     std::chrono::steady_clock::time_point deadline;
     long long memoryAtStart = 0;
     Reason stopped = Reason::None;
+    BoundedPrintf boundedPrintf;
 };

@@ -27,8 +27,10 @@ int SqliteConnection::Open(const QString& path, QueryLimits& limits, ChangeTrack
         // No statement may write the schema's own records or reach into the file's pages.
         sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
         sqlite3_busy_timeout(handle, busyTimeoutMs);
-        limits.Install(handle);
         changes.Attach(handle);
+        rc = limits.Install(handle);
+    }
+    if (rc == SQLITE_OK) {
         // Reading the schema first tells a file that is not a database before anything is
         // written.
         rc = Exec("PRAGMA schema_version");
