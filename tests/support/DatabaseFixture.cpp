@@ -32,30 +32,40 @@ RawSqlite& DatabaseFixture::Raw() {
     return *raw;
 }
 
+QSharedPointer<DBData> DatabaseFixture::Rows(const DBTable* table,
+                                             const QList<QList<Field>>& rows) {
+    QSharedPointer<DBData> data = QSharedPointer<DBData>::create();
+    for (const QList<Field>& fields : rows) {
+        auto* row = new DBRow(table);
+        for (const Field& field : fields) {
+            row->AppendField(field.first, field.second);
+        }
+        data->AppendRow(row);
+    }
+    return data;
+}
+
 qint64 DatabaseFixture::AddArticle(unsigned int plu, const QString& name,
                                    const QString& mainBarcode, qint64 price, bool onHandyList,
                                    int unitNo) {
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    auto* row = new DBRow(articles->GetTable(QStringLiteral("Article")));
-    row->AppendField(QStringLiteral("plu_no"), plu);
-    row->AppendField(QStringLiteral("art_name"), name);
-    row->AppendField(QStringLiteral("main_barcode"), mainBarcode);
-    row->AppendField(QStringLiteral("price"), price);
-    row->AppendField(QStringLiteral("on_handy_list"), onHandyList);
-    row->AppendField(QStringLiteral("unit_no"), unitNo);
-    rows->AppendRow(row);
-    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Insert(rows)) << name.toStdString();
+    EXPECT_EQ(DB_OPERATION_SUCCESS,
+              articles->Insert(Rows(articles->GetTable(QStringLiteral("Article")),
+                                    {{{QStringLiteral("plu_no"), plu},
+                                      {QStringLiteral("art_name"), name},
+                                      {QStringLiteral("main_barcode"), mainBarcode},
+                                      {QStringLiteral("price"), price},
+                                      {QStringLiteral("on_handy_list"), onHandyList},
+                                      {QStringLiteral("unit_no"), unitNo}}})))
+        << name.toStdString();
     QVariant id;
     articles->MaxValue(QStringLiteral("Article"), QStringLiteral("id"), QString(), id);
     return id.toLongLong();
 }
 
 void DatabaseFixture::AddBarcode(qint64 articleId, const QString& barcode, bool isMain) {
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    auto* row = new DBRow(articles->GetTable(QStringLiteral("ArticleBarcode")));
-    row->AppendField(QStringLiteral("article_id"), articleId);
-    row->AppendField(QStringLiteral("barcode"), barcode);
-    row->AppendField(QStringLiteral("is_main"), isMain);
-    rows->AppendRow(row);
-    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Insert(rows));
+    EXPECT_EQ(DB_OPERATION_SUCCESS,
+              articles->Insert(Rows(articles->GetTable(QStringLiteral("ArticleBarcode")),
+                                    {{{QStringLiteral("article_id"), articleId},
+                                      {QStringLiteral("barcode"), barcode},
+                                      {QStringLiteral("is_main"), isMain}}})));
 }

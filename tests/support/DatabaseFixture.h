@@ -24,6 +24,10 @@ protected:
     // A second connection to the article database.
     RawSqlite& Raw();
 
+    using Field = QPair<QString, QVariant>;
+    // Rows on `table`, each given as its (column, value) fields.
+    static QSharedPointer<DBData> Rows(const DBTable* table, const QList<QList<Field>>& rows);
+
     // Stores an article with the given PLU and name and the other columns at their defaults
     // (barcode, price and flags as given); returns its id.
     qint64 AddArticle(unsigned int plu, const QString& name, const QString& mainBarcode = QString(),

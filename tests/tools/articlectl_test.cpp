@@ -249,6 +249,26 @@ TEST_F(Articlectl, ScansSearchesAndPrices) {
               Do({QStringLiteral("price"), QStringLiteral("convert"), QStringLiteral("0")}).exit);
 }
 
+TEST_F(Articlectl, TamperedCodesAndNamesFindNothing) {
+    ASSERT_EQ(0, Do({QStringLiteral("import"),
+                     QStringLiteral(ARTICLEMANAGER_SOURCE_DIR "/examples/pricelist.csv")})
+                     .exit);
+    const QString before = Do({QStringLiteral("list"), QStringLiteral("--json")}).out;
+    for (const QString& text :
+         {QStringLiteral("\" OR 1=1 LIMIT 1 --"),
+          QStringLiteral("x\" UNION SELECT 1,2,\"Foo\",1,1,0,1,0,\"\",1,0,0,0,0,0,0 --"),
+          QStringLiteral("x\" AND like(printf('%.*c', 100000000, 'a'), 'b') --"),
+          QStringLiteral("27\"; DELETE FROM Article; --")}) {
+        const Outcome scan = Do({QStringLiteral("scan"), text});
+        EXPECT_EQ(1, scan.exit) << text.toStdString();
+        EXPECT_FALSE(scan.out.contains(QStringLiteral("To pay"))) << scan.out.toStdString();
+        EXPECT_EQ(1, Do({QStringLiteral("show"), QStringLiteral("--name"), text}).exit);
+        EXPECT_TRUE(Do({QStringLiteral("prefix"), QStringLiteral("classify"), text})
+                        .out.endsWith(QStringLiteral(": none\n")));
+    }
+    EXPECT_EQ(before, Do({QStringLiteral("list"), QStringLiteral("--json")}).out);
+}
+
 TEST_F(Articlectl, BarcodesDepartmentsTaxRatesAndPrefixes) {
     ASSERT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--name"), QStringLiteral("Woda"),
                      QStringLiteral("--barcode"), QStringLiteral("5900000000060")})

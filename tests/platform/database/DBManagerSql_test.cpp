@@ -12,19 +12,6 @@ protected:
         barcode = articles->GetTable(QStringLiteral("ArticleBarcode"));
     }
 
-    static QSharedPointer<DBData> rows(DBTable* table,
-                                       const QList<QList<QPair<QString, QVariant>>>& content) {
-        QSharedPointer<DBData> data = QSharedPointer<DBData>::create();
-        for (const auto& fields : content) {
-            auto* row = new DBRow(table);
-            for (const auto& field : fields) {
-                row->AppendField(field.first, field.second);
-            }
-            data->AppendRow(row);
-        }
-        return data;
-    }
-
     QStringList articlesInTable() {
         return Raw().Rows(
             QStringLiteral("SELECT id, plu_no, art_name, price FROM Article ORDER BY id"));
@@ -34,15 +21,13 @@ protected:
     DBTable* barcode = nullptr;
 };
 
-using Field = QPair<QString, QVariant>;
-
 }  // namespace
 
 TEST_F(DBManagerSql, InsertRefusesADuplicatePluAndKeepsTheStoredRow) {
     AddArticle(10, QStringLiteral("Masło"), QString(), 699);
     EXPECT_EQ(
         DB_OPERATION_CONSTRAINT,
-        articles->Insert(rows(article, {{Field("plu_no", 10u), Field("art_name", "Mleko")}})));
+        articles->Insert(Rows(article, {{Field("plu_no", 10u), Field("art_name", "Mleko")}})));
     EXPECT_EQ(QStringList({"1|10|Masło|699"}), articlesInTable());
     EXPECT_TRUE(log->Mentions(QStringLiteral("UNIQUE constraint failed: Article.plu_no")));
 }
@@ -51,31 +36,31 @@ TEST_F(DBManagerSql, InsertReplacesTheRowWhoseKeyIsStored) {
     AddArticle(10, QStringLiteral("Masło"), QString(), 699);
     EXPECT_EQ(
         DB_OPERATION_SUCCESS,
-        articles->Insert(rows(article, {{Field("id", 1u), Field("plu_no", 11u),
+        articles->Insert(Rows(article, {{Field("id", 1u), Field("plu_no", 11u),
                                          Field("art_name", "Masło extra"), Field("price", 799)}})));
     EXPECT_EQ(QStringList({"1|11|Masło extra|799"}), articlesInTable());
     // The whole row is replaced: what the new row does not give goes back to its default.
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Insert(rows(article, {{Field("id", 1u), Field("plu_no", 11u),
+              articles->Insert(Rows(article, {{Field("id", 1u), Field("plu_no", 11u),
                                                Field("art_name", "Masło extra")}})));
     EXPECT_EQ(QStringList({"1|11|Masło extra|0"}), articlesInTable());
     ASSERT_EQ(0, articles->Execute(QStringLiteral("UPDATE Article SET price = 799"), nullptr));
     // Replacing must not break another unique value either.
     AddArticle(12, QStringLiteral("Ser"));
     EXPECT_EQ(DB_OPERATION_CONSTRAINT,
-              articles->Insert(rows(
+              articles->Insert(Rows(
                   article, {{Field("id", 2u), Field("plu_no", 11u), Field("art_name", "Ser")}})));
     EXPECT_EQ(QStringList({"1|11|Masło extra|799", "2|12|Ser|0"}), articlesInTable());
 }
 
 TEST_F(DBManagerSql, InsertOfManyRowsIsAllOrNothing) {
     EXPECT_EQ(DB_OPERATION_CONSTRAINT,
-              articles->Insert(rows(article, {{Field("plu_no", 1u), Field("art_name", "A")},
+              articles->Insert(Rows(article, {{Field("plu_no", 1u), Field("art_name", "A")},
                                               {Field("plu_no", 2u), Field("art_name", "B")},
                                               {Field("plu_no", 1u), Field("art_name", "C")}})));
     EXPECT_TRUE(articlesInTable().isEmpty());
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Insert(rows(article, {{Field("plu_no", 1u), Field("art_name", "A")},
+              articles->Insert(Rows(article, {{Field("plu_no", 1u), Field("art_name", "A")},
                                               {Field("plu_no", 2u), Field("art_name", "B")}})));
     EXPECT_EQ(2, Raw().Count(QStringLiteral("Article")));
 }
@@ -85,15 +70,15 @@ TEST_F(DBManagerSql, UnusableRowsAreRefusedBeforeAnythingRuns) {
     QSharedPointer<DBData> empty = QSharedPointer<DBData>::create();
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Insert(empty));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Insert(QSharedPointer<DBData>()));
-    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Delete(rows(article, {{}})));
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Delete(Rows(article, {{}})));
     // A condition on an unknown column must not turn into "delete everything".
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->Delete(rows(article, {{Field("no_such_column", 1)}})));
+              articles->Delete(Rows(article, {{Field("no_such_column", 1)}})));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->Update(rows(article, {{Field("plu_no", 1u)}}),
-                               rows(article, {{Field("price; DROP TABLE Article", 1)}})));
+              articles->Update(Rows(article, {{Field("plu_no", 1u)}}),
+                               Rows(article, {{Field("price; DROP TABLE Article", 1)}})));
     QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
-    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Load(rows(nullptr, {{Field("plu_no", 1u)}}),
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Load(Rows(nullptr, {{Field("plu_no", 1u)}}),
                                                             DBManager::LOAD_MODE_BY_KEY, result));
     EXPECT_EQ(1, Raw().Count(QStringLiteral("Article")));
     EXPECT_TRUE(log->Mentions(QStringLiteral("no such column: no_such_column in table Article")));
@@ -103,20 +88,20 @@ TEST_F(DBManagerSql, UpdateByKeyWritesTheRecordOrNothing) {
     AddArticle(1, QStringLiteral("A"), QString(), 100);
     AddArticle(2, QStringLiteral("B"), QString(), 200);
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Update(rows(article, {{Field("id", 2u), Field("price", 250)}})));
+              articles->Update(Rows(article, {{Field("id", 2u), Field("price", 250)}})));
     // One key that matches nothing undoes the whole call.
     EXPECT_EQ(DB_OPERATION_NOT_FOUND,
-              articles->Update(rows(article, {{Field("id", 1u), Field("price", 111)},
+              articles->Update(Rows(article, {{Field("id", 1u), Field("price", 111)},
                                               {Field("id", 99u), Field("price", 999)}})));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->Update(rows(article, {{Field("price", 1)}})));
+              articles->Update(Rows(article, {{Field("price", 1)}})));
     EXPECT_EQ(QStringList({"1|1|A|100", "2|2|B|250"}), articlesInTable());
 
     // Update by condition: every matching row, none matching is success.
-    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(rows(article, {{Field("plu_no", 1u)}}),
-                                                     rows(article, {{Field("price", 105)}})));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(rows(article, {{Field("plu_no", 77u)}}),
-                                                     rows(article, {{Field("price", 1)}})));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(Rows(article, {{Field("plu_no", 1u)}}),
+                                                     Rows(article, {{Field("price", 105)}})));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(Rows(article, {{Field("plu_no", 77u)}}),
+                                                     Rows(article, {{Field("price", 1)}})));
     EXPECT_EQ(QStringList({"1|1|A|105", "2|2|B|250"}), articlesInTable());
 }
 
@@ -125,86 +110,13 @@ TEST_F(DBManagerSql, DeleteRemovesOnlyRowsMatchingAllConditions) {
     AddBarcode(1, QStringLiteral("112"), false);
     AddBarcode(2, QStringLiteral("211"), false);
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Delete(rows(barcode, {{Field("article_id", 1u), Field("is_main", 0)}})));
+              articles->Delete(Rows(barcode, {{Field("article_id", 1u), Field("is_main", 0)}})));
     EXPECT_EQ(QStringList({"111", "211"}),
               Raw().Rows(QStringLiteral("SELECT barcode FROM ArticleBarcode ORDER BY id")));
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Delete(rows(barcode, {{Field("barcode", "nothing")}})));
+              articles->Delete(Rows(barcode, {{Field("barcode", "nothing")}})));
     EXPECT_EQ(DB_OPERATION_SUCCESS, articles->ClearTable(QStringLiteral("ArticleBarcode")));
     EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleBarcode")));
-}
-
-TEST_F(DBManagerSql, ExecuteRunsExactlyOneStatement) {
-    AddArticle(1, QStringLiteral("A"), QString(), 100);
-    const QStringList before = articlesInTable();
-    for (const char* text : {"UPDATE Article SET price = 0; DELETE FROM Article",
-                             "UPDATE Article SET price = 0; -- fine\n DROP TABLE Article",
-                             "SELECT * FROM Article WHERE art_name = \"x\"; DELETE FROM Article"}) {
-        EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-                  articles->Execute(QString::fromUtf8(text), nullptr))
-            << text;
-    }
-    EXPECT_EQ(before, articlesInTable());
-    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Execute(QStringLiteral("  ;  "), nullptr));
-    // A trailing semicolon or comment is part of one statement.
-    DBDirectQueryResult result;
-    EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(
-                  QStringLiteral("SELECT plu_no, art_name AS name FROM Article; -- x"), &result));
-    EXPECT_EQ(QVector<QString>({"plu_no", "name"}), result.GetColumnNames());
-    ASSERT_EQ(1, result.RowCount());
-    EXPECT_FALSE(result.IsEmpty());
-    EXPECT_EQ(1, result.GetValue(0, 0).toInt());
-    EXPECT_EQ(QStringLiteral("A"), result.GetValue(0, 1).toString());
-}
-
-TEST_F(DBManagerSql, DoubleQuotedTextIsAlwaysAValue) {
-    AddArticle(1, QStringLiteral("price"), QStringLiteral("art_name"), 5);
-    AddArticle(2, QStringLiteral("Chleb"), QStringLiteral("5900000000002"), 5);
-    DBDirectQueryResult result;
-    ASSERT_EQ(
-        DB_OPERATION_SUCCESS,
-        articles->Execute(QStringLiteral("SELECT plu_no FROM Article WHERE art_name = \"price\""),
-                          &result));
-    ASSERT_EQ(1, result.RowCount());
-    EXPECT_EQ(1, result.GetValue(0, 0).toInt());
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(
-                  QStringLiteral("SELECT plu_no FROM Article WHERE main_barcode = \"art_name\""),
-                  &result));
-    EXPECT_EQ(1, result.RowCount());
-    // Quotes doubled inside a value, and an alias in double quotes, still work.
-    AddArticle(3, QStringLiteral("Say \"hi\""));
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(QStringLiteral("SELECT plu_no AS \"number\" FROM Article "
-                                               "WHERE art_name = \"Say \"\"hi\"\"\""),
-                                &result));
-    ASSERT_EQ(1, result.RowCount());
-    EXPECT_EQ(3, result.GetValue(0, 0).toInt());
-    EXPECT_EQ(QStringLiteral("number"), result.GetColumnNames().value(0));
-}
-
-TEST_F(DBManagerSql, OnlyQueriesHaveATimeLimit) {
-    EXPECT_EQ(10000, articles->GetReadTimeLimit());
-    articles->SetReadTimeLimit(1);
-    // A write runs to its end however long it takes...
-    ASSERT_EQ(0, articles->Execute(
-                     QStringLiteral("INSERT INTO NotepadCategoryItem (category_id, plu_no) "
-                                    "WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "
-                                    "c WHERE n < 50000) SELECT 1, n FROM c"),
-                     nullptr));
-    EXPECT_EQ(50000, Raw().Count(QStringLiteral("NotepadCategoryItem")));
-    // ...a query is stopped, and the next one gets its own time.
-    DBDirectQueryResult result;
-    EXPECT_EQ(DB_OPERATION_ERROR,
-              articles->Execute(QStringLiteral("SELECT count(*) FROM NotepadCategoryItem a, "
-                                               "NotepadCategoryItem b"),
-                                &result));
-    EXPECT_TRUE(log->Mentions(QStringLiteral("ran longer than 1 ms and was stopped")));
-    articles->SetReadTimeLimit(0);
-    ASSERT_EQ(
-        0, articles->Execute(QStringLiteral("SELECT count(*) FROM NotepadCategoryItem"), &result));
-    EXPECT_EQ(50000, result.GetValue(0, 0).toInt());
 }
 
 TEST_F(DBManagerSql, HostileTextNeitherCrashesNorChangesData) {
@@ -235,7 +147,7 @@ TEST_F(DBManagerSql, HostileTextNeitherCrashesNorChangesData) {
                               QStringLiteral("\";"),
                           &result);
         QSharedPointer<DBData> loaded;
-        articles->Load(rows(article, {{Field("art_name", text)}}), DBManager::LOAD_MODE_BY_KEY,
+        articles->Load(Rows(article, {{Field("art_name", text)}}), DBManager::LOAD_MODE_BY_KEY,
                        loaded, true, QStringLiteral("UPPER(art_name)"), 100);
         articles->LoadPrefix(QStringLiteral("Article"), QStringLiteral("art_name"), text, loaded,
                              QStringLiteral("art_name"), true);
@@ -255,7 +167,7 @@ TEST_F(DBManagerSql, LikeAndUpperFoldPolishLetters) {
     auto names = [&](const QString& pattern) {
         QSharedPointer<DBData> result;
         EXPECT_EQ(DB_OPERATION_SUCCESS,
-                  articles->Load(rows(article, {{Field("art_name", pattern)}}),
+                  articles->Load(Rows(article, {{Field("art_name", pattern)}}),
                                  DBManager::LOAD_MODE_BY_KEY, result, true, QString(), 0));
         QStringList found;
         for (const DBRow* row : *result) {
@@ -364,13 +276,13 @@ TEST_F(DBManagerSql, InjectedFailuresComeBackAsErrors) {
     AddArticle(1, QStringLiteral("A"));
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
     EXPECT_EQ(DB_OPERATION_CONSTRAINT,
-              articles->Update(rows(article, {{Field("id", 1u), Field("price", 5)}})));
+              articles->Update(Rows(article, {{Field("id", 1u), Field("price", 5)}})));
     EXPECT_TRUE(log->Mentions(QStringLiteral("injected")));
     EXPECT_NE(DB_OPERATION_SUCCESS,
               articles->Execute(QStringLiteral("UPDATE Article SET price = 7"), nullptr));
     Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
     QSharedPointer<DBData> result;
-    EXPECT_EQ(DB_OPERATION_ERROR, articles->Load(rows(barcode, {{Field("barcode", "1")}}),
+    EXPECT_EQ(DB_OPERATION_ERROR, articles->Load(Rows(barcode, {{Field("barcode", "1")}}),
                                                  DBManager::LOAD_MODE_BY_KEY, result));
     EXPECT_EQ(QStringList({"1|1|A|0"}), articlesInTable());
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-class TextSearch : public DatabaseFixture {
+class TextSearchIndex : public DatabaseFixture {
 protected:
     void SetUp() override {
         DatabaseFixture::SetUp();
@@ -121,7 +121,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TextSearch, RandomPatternsFindWhatTheScanFinds) {
+TEST_F(TextSearchIndex, RandomPatternsFindWhatTheScanFinds) {
     std::mt19937 random(2026);
     for (int i = 0; i < 300; ++i) {
         const QString pattern = randomPattern(random);
@@ -134,7 +134,7 @@ TEST_F(TextSearch, RandomPatternsFindWhatTheScanFinds) {
     }
 }
 
-TEST_F(TextSearch, PolishLettersFoldTheSameOnBothPaths) {
+TEST_F(TextSearchIndex, PolishLettersFoldTheSameOnBothPaths) {
     for (const char* pattern :
          {"%żółty%", "%ŻÓŁTY%", "%Żółty ser%", "ŻÓŁ%", "%łódź%", "%ŚLĄSK\"%", "%ąęć%",
           "%ĄĘĆŃ ĄĘĆŃ%", "%ser\\_%", "%100\\%%", "%0% tan%", "%ser_żół%"}) {
@@ -151,7 +151,7 @@ TEST_F(TextSearch, PolishLettersFoldTheSameOnBothPaths) {
     EXPECT_EQ(3, found->RowCount()) << "ŻÓŁTY SER, Żółty Ser 100%, żółty ser";
 }
 
-TEST_F(TextSearch, BarcodesAndLimitsFollowTheScan) {
+TEST_F(TextSearchIndex, BarcodesAndLimitsFollowTheScan) {
     std::mt19937 random(7);
     const QStringList barcodes = Raw().Rows(QStringLiteral("SELECT main_barcode FROM Article"));
     for (int i = 0; i < 100; ++i) {
@@ -170,7 +170,7 @@ TEST_F(TextSearch, BarcodesAndLimitsFollowTheScan) {
                      QStringLiteral("UPPER(art_name)"), 100);
 }
 
-TEST_F(TextSearch, PrefixesFindWhatTheScanFinds) {
+TEST_F(TextSearchIndex, PrefixesFindWhatTheScanFinds) {
     std::mt19937 random(99);
     for (int i = 0; i < 200; ++i) {
         const QString name = names[static_cast<int>(random() % names.size())];
@@ -185,7 +185,7 @@ TEST_F(TextSearch, PrefixesFindWhatTheScanFinds) {
     }
 }
 
-TEST_F(TextSearch, TheIndexFollowsEveryWriter) {
+TEST_F(TextSearchIndex, TheIndexFollowsEveryWriter) {
     // Renames and deletions through the layer and behind its back; the same search before and
     // after each write, so that nothing remembered from the last one survives a change.
     auto searchAgain = [this] {
@@ -219,7 +219,7 @@ TEST_F(TextSearch, TheIndexFollowsEveryWriter) {
     searchAgain();
 }
 
-TEST_F(TextSearch, FoldedIndexHoldsExactlyTheStoredArticles) {
+TEST_F(TextSearchIndex, FoldedIndexHoldsExactlyTheStoredArticles) {
     // Writes are only noted and folded into the index at the next search or commit; after
     // each fold the index must hold what the table holds, no more and no less.
     // rank = 1 compares the index with the table, not only with itself.
@@ -264,7 +264,7 @@ TEST_F(TextSearch, FoldedIndexHoldsExactlyTheStoredArticles) {
     searchAndCheck("clearing the table");
 }
 
-TEST_F(TextSearch, AFoldThatFailsLeavesTheSearchToTheScan) {
+TEST_F(TextSearchIndex, AFoldThatFailsLeavesTheSearchToTheScan) {
     // Notes that cannot be cleared keep the index behind the table: it must not be trusted.
     Raw().FailOn(QStringLiteral("ArticleSearchPending"), QStringLiteral("DELETE"));
     Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Nowa nazwa' WHERE id = 1"));
@@ -278,27 +278,4 @@ TEST_F(TextSearch, AFoldThatFailsLeavesTheSearchToTheScan) {
     // The failed fold left nothing half done that the next one would apply twice.
     EXPECT_EQ(0, Raw().Exec(QStringLiteral("INSERT INTO ArticleSearch (ArticleSearch, rank) "
                                            "VALUES ('integrity-check', 1)")));
-}
-
-TEST_F(TextSearch, SmallestUnusedValueMatchesTheWalk) {
-    std::mt19937 random(5);
-    for (int round = 0; round < 20; ++round) {
-        Raw().Exec(QStringLiteral("DELETE FROM Article"));
-        ASSERT_EQ(0, articles->BeginTransaction());
-        const unsigned int count = 1 + random() % 300;
-        for (unsigned int plu = 1; plu <= count; ++plu) {
-            if (random() % 40 != 0) {
-                AddArticle(plu, QStringLiteral("A%1").arg(plu));
-            }
-        }
-        ASSERT_EQ(0, articles->CommitTransaction());
-        QVariant fast;
-        ASSERT_EQ(
-            0, articles->MinUnusedValue(QStringLiteral("Article"), QStringLiteral("plu_no"), fast));
-        const qint64 walked = Raw().Integer(QStringLiteral(
-            "SELECT CASE WHEN NOT EXISTS (SELECT 1 FROM Article WHERE plu_no = 1) THEN 1 ELSE "
-            "(SELECT MIN(plu_no) + 1 FROM Article a WHERE NOT EXISTS "
-            "(SELECT 1 FROM Article b WHERE b.plu_no = a.plu_no + 1)) END"));
-        EXPECT_EQ(walked, fast.toLongLong()) << "round " << round;
-    }
 }
