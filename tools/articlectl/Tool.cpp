@@ -9,6 +9,7 @@
 #include <QJsonObject>
 
 #include "Commands.h"
+#include "DBTransaction.h"
 #include "FileLogAppender.h"
 #include "Globals.h"
 #include "Logger.h"
@@ -83,17 +84,17 @@ void Tool::PrintJson(const QJsonValue& value) {
 }
 
 int Tool::InTransaction(const std::function<int()>& work) {
-    if (articles->BeginTransaction() != DB_OPERATION_SUCCESS) {
+    DBTransaction transaction(articles.get());
+    if (transaction.Result() != DB_OPERATION_SUCCESS) {
         return Fail(EXIT_DATABASE,
                     QStringLiteral("cannot start a transaction: %1").arg(articles->GetLastError()),
                     QStringLiteral("another program may be writing the database; try again"));
     }
     const int result = work();
     if (result != EXIT_DONE) {
-        articles->RollbackTransaction();
-        return result;
+        return result;  // rolled back
     }
-    if (articles->CommitTransaction() != DB_OPERATION_SUCCESS) {
+    if (transaction.Commit() != DB_OPERATION_SUCCESS) {
         return Fail(EXIT_DATABASE,
                     QStringLiteral("cannot commit: %1").arg(articles->GetLastError()));
     }
