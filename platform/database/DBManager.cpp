@@ -457,10 +457,10 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
 }
 
 eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,
-                                                       const QStringList& tails) {
+                                                       const QStringList& tails, int rowsRead) {
     Lock lock(d->mutex);
     QString why;
-    if (!d->runner.Templates().Declare(head, tails, why)) {
+    if (!d->runner.Templates().Declare(head, tails, rowsRead, why)) {
         return d->failures.Refuse("DeclareStatementTemplate", DB_OPERATION_INVALID_ARGUMENT, why);
     }
     return DB_OPERATION_SUCCESS;

@@ -37,10 +37,10 @@
 //    longer: it is bound as it is); an SQL text: 64 KiB; expression depth 100; 20 compound
 //    SELECT terms; 32 function arguments; 250 parameters; 100 columns; GLOB patterns 1000
 //    bytes; no attached databases (QueryLimits.h lists them all);
-//  - a query run by Execute: the read time limit (10 s by default) and 16 MiB of SQLite's heap
+//  - a query run by Execute: the read time limit (10 s by default), 16 MiB of SQLite's heap
 //    above what was in use when it started (a process-wide figure), both checked every 1000
-//    virtual-machine steps and inside like(), upper() and lower(). A query past either fails
-//    with 4 and is logged.
+//    virtual-machine steps and inside like(), upper() and lower(), and 16 MiB of rows in its
+//    result. A query past any of them fails with 4 and is logged.
 class DATABASEMANAGER_EXPORT DBManager {
 public:
     // How Load matches its query row. In both modes every field is an equality condition;
@@ -128,10 +128,13 @@ public:
     // `head` and ends with one of `tails` as one prepared statement, head + "?" + tail, with
     // all that lies between them bound as a single text value: quotes, comments, UNION, a
     // second statement or NUL in the pasted text change the value, never the statement.
-    // Declaring a shape again changes nothing; shapes live as long as this object. 0 on
-    // success; 7 (logged) for a shape whose texts could be read two ways (a tail ending another
-    // tail, or overlapping an earlier shape) or not quoted as above.
-    eDBOperationResult DeclareStatementTemplate(const QString& head, const QStringList& tails);
+    // `rowsRead` > 0: the caller reads no more than that many rows of the result, and no more
+    // are fetched (a lookup that wants the first match stops there). Declaring a shape again
+    // keeps the larger need; shapes live as long as this object. 0 on success; 7 (logged) for a
+    // shape whose texts could be read two ways (a tail ending another tail, or overlapping an
+    // earlier shape) or not quoted as above.
+    eDBOperationResult DeclareStatementTemplate(const QString& head, const QStringList& tails,
+                                                int rowsRead = 0);
     // How long a query run by Execute may take, in milliseconds (0: no limit; 10 s by default).
     // Scanned or typed text goes into the library's statements as written and must not be able
     // to stop the register with a query that never ends.

@@ -171,6 +171,7 @@ bool StatementRunner::Resolve(const char* operation, const QString& sql, Resolve
         resolved.pastedBytes =
             match.value.size() * 3 > QueryLimits::maxValueBytes ? match.value.toUtf8().size() : 0;
         resolved.values = {QVariant(match.value)};
+        resolved.rowsRead = match.rowsRead;
         return static_cast<bool>(resolved.statement);
     }
     const SqlLiteralParameterizer::Result parameterized = parameterizer.Parameterize(sql);
@@ -211,14 +212,35 @@ eDBOperationResult StatementRunner::Run(const char* operation, const QString& sq
             }
         }
     } budget(limits, query, timeLimitMs);
+    // What the rows held so far take, roughly: a query's budget covers what it hands back.
+    qint64 resultBytes = 0;
+    bool resultTooLarge = false;
     while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
-        if (result) {
-            QVector<QVariant> row(columnCount);
-            for (int i = 0; i < columnCount; ++i) {
-                row[i] = statement->ColumnValue(i);
-            }
-            rows.AppendRow(row);
+        if (!result) {
+            continue;
         }
+        QVector<QVariant> row(columnCount);
+        resultBytes += 32 + qint64(sizeof(QVariant)) * columnCount;
+        for (int i = 0; i < columnCount; ++i) {
+            row[i] = statement->ColumnValue(i);
+            resultBytes += 2 * sqlite3_column_bytes(statement->Handle(), i);
+        }
+        rows.AppendRow(row);
+        if (resolved.rowsRead > 0 && rows.RowCount() == resolved.rowsRead) {
+            rc = SQLITE_DONE;
+            break;
+        }
+        if (query && resultBytes > QueryLimits::maxQueryMemoryBytes) {
+            resultTooLarge = true;
+            break;
+        }
+    }
+    if (resultTooLarge) {
+        return failures.Refuse(
+            operation, DB_OPERATION_ERROR,
+            QStringLiteral("the query's result took more than %1 MiB and was stopped [%2]")
+                .arg(QueryLimits::maxQueryMemoryBytes / (1024 * 1024))
+                .arg(DatabaseLog::Excerpt(sql)));
     }
     if (rc != SQLITE_DONE && query && limits.WasStopped()) {
         return failures.Refuse(operation, DB_OPERATION_ERROR,

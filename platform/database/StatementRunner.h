@@ -88,6 +88,7 @@ public:
         Lease statement;
         QVector<QVariant> values;
         int pastedBytes = 0;  // the text bound into a declared shape, in UTF-8
+        int rowsRead = 0;     // rows its caller reads, 0: all
     };
     // Finds the statement for a text handed to Execute: its declared shape, else the text with
     // its literals as parameters. A text that does not compile so is refused (logged), never
@@ -95,7 +96,8 @@ public:
     bool Resolve(const char* operation, const QString& sql, Resolved& resolved,
                  eDBOperationResult& result);
     // Runs a resolved text; a query (read-only statement) keeps to `timeLimitMs` (0: none) and
-    // the memory budget. A SELECT fills `result` when given.
+    // the memory budget, which its result's rows count against too. A SELECT fills `result`
+    // when given, with no more rows than the caller reads.
     eDBOperationResult Run(const char* operation, const QString& sql, Resolved& resolved,
                            DBDirectQueryResult* result, int timeLimitMs);
 

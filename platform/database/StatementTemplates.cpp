@@ -16,7 +16,8 @@ bool overlap(const QString& head, const QString& tail, const QString& otherHead,
 
 }  // namespace
 
-bool StatementTemplates::Declare(const QString& head, const QStringList& tails, QString& why) {
+bool StatementTemplates::Declare(const QString& head, const QStringList& tails, int rowsRead,
+                                 QString& why) {
     if (!head.endsWith(quote) || tails.isEmpty()) {
         why = QStringLiteral(
             "a statement template needs a head ending with a double quote and "
@@ -32,8 +33,13 @@ bool StatementTemplates::Declare(const QString& head, const QStringList& tails, 
         const auto same = [&](const Shape& shape) {
             return shape.head == head && shape.tail == tail;
         };
-        if (std::any_of(shapes.cbegin(), shapes.cend(), same) ||
-            std::any_of(added.cbegin(), added.cend(), same)) {
+        const auto known = std::find_if(shapes.begin(), shapes.end(), same);
+        if (known != shapes.end()) {
+            known->rowsRead =
+                known->rowsRead == 0 || rowsRead == 0 ? 0 : qMax(known->rowsRead, rowsRead);
+            continue;
+        }
+        if (std::any_of(added.cbegin(), added.cend(), same)) {
             continue;
         }
         for (const QVector<Shape>* known : {&shapes, &added}) {
@@ -47,8 +53,8 @@ bool StatementTemplates::Declare(const QString& head, const QStringList& tails, 
                 }
             }
         }
-        added.append(
-            Shape{head, tail, head.left(head.size() - 1) + QLatin1Char('?') + tail.mid(1)});
+        added.append(Shape{head, tail, head.left(head.size() - 1) + QLatin1Char('?') + tail.mid(1),
+                           qMax(0, rowsRead)});
     }
     shapes += added;
     return true;
@@ -59,6 +65,7 @@ bool StatementTemplates::Find(const QString& sql, Match& match) const {
         if (sql.size() >= shape.head.size() + shape.tail.size() && sql.startsWith(shape.head) &&
             sql.endsWith(shape.tail)) {
             match.statement = shape.statement;
+            match.rowsRead = shape.rowsRead;
             match.value =
                 sql.mid(shape.head.size(), sql.size() - shape.head.size() - shape.tail.size());
             return true;

@@ -11,17 +11,19 @@
 // with the closing double quote (a tail may go on with further clauses). A text of such a shape
 // runs as the statement head + "?" + tail, compiled once, with everything between the head and
 // the tail bound as one text value: whatever it holds (quotes, comments, a second statement,
-// NUL) can change the value, never the statement. Guarded by the DBManager's mutex.
+// NUL) can change the value, never the statement. A shape may say how many rows its caller
+// reads, so that no more are fetched. Guarded by the DBManager's mutex.
 class StatementTemplates {
 public:
-    // Adds a shape; declaring one again changes nothing. Returns false with `why` set for a
-    // shape whose texts could be read two ways: a head or tail not quoted as above, or a tail
-    // that ends another tail.
-    bool Declare(const QString& head, const QStringList& tails, QString& why);
+    // Adds a shape whose caller reads at most `rowsRead` rows (0: all); declaring one again
+    // keeps the larger need. Returns false with `why` set for a shape whose texts could be read
+    // two ways: a head or tail not quoted as above, or a tail that ends another tail.
+    bool Declare(const QString& head, const QStringList& tails, int rowsRead, QString& why);
 
     struct Match {
         QString statement;  // the text to compile, with "?" for the pasted text
         QString value;      // the pasted text
+        int rowsRead = 0;   // 0: all
     };
     // Whether `sql` has a declared shape, and its parts.
     bool Find(const QString& sql, Match& match) const;
@@ -31,6 +33,7 @@ private:
         QString head;
         QString tail;
         QString statement;
+        int rowsRead;
     };
     QVector<Shape> shapes;
 };

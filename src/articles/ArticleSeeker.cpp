@@ -299,9 +299,10 @@ bool ArticleSeeker::Initialize(DBManager* newDb) {
         return false;
     }
     // The name and the scanned code go into these statements as they are: the database binds
-    // them as one value, so that nothing in them can change what the statement does.
-    db->DeclareStatementTemplate(findNameHead(articleTable), {findNameTail});
-    db->DeclareStatementTemplate(byBarcodeHead, {byBarcodeTail, byBarcodeHandyTail});
+    // them as one value, so that nothing in them can change what the statement does. FindName
+    // reads the first row; the scan needs a second only to tell that there is one.
+    db->DeclareStatementTemplate(findNameHead(articleTable), {findNameTail}, 1);
+    db->DeclareStatementTemplate(byBarcodeHead, {byBarcodeTail, byBarcodeHandyTail}, 2);
     initialized = true;
     return true;
 }

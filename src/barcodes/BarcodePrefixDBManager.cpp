@@ -68,7 +68,8 @@ bool BarcodePrefixDBManager::Initialize(DBManager* newDb) {
     }
     db = newDb;
     // The prefix goes into the classification as it is: the database binds it as one value.
-    db->DeclareStatementTemplate(classifyHead, {classifyTail});
+    // Only the first row counts.
+    db->DeclareStatementTemplate(classifyHead, {classifyTail}, 1);
     table = db->GetTable(prefixTable);
     if (!table) {
         LogMessage(logLevelError, msgNoTable);

@@ -45,6 +45,13 @@ TEST_F(QueryLimits, NoQueryRunsPastItsBudgetOrGrowsPastItsLimits) {
                                                "+ 1 FROM c) SELECT count(*) FROM c"),
                                 &result));
     EXPECT_TRUE(log->Mentions(QStringLiteral("took more than 16 MiB and was stopped")));
+    // So is one whose rows would take the register's memory.
+    EXPECT_EQ(DB_OPERATION_ERROR,
+              articles->Execute(QStringLiteral("WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT "
+                                               "n + 1 FROM c) SELECT printf('%.*c', 16000, 'x') "
+                                               "FROM c"),
+                                &result));
+    EXPECT_TRUE(log->Mentions(QStringLiteral("the query's result took more than 16 MiB")));
     // No statement may make a value far beyond anything a register stores, nor spend its time
     // counting one out.
     for (const char* sql : {"SELECT printf('%.*c', 1000000000, 'x')",

@@ -101,6 +101,13 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
         EXPECT_TRUE(plus(text, notHandy).isEmpty()) << text.left(60).toStdString();
     }
     EXPECT_EQ(before, articlesInTable());
+    // A caller that reads the first match only gets no more.
+    const QString byName = QStringLiteral("SELECT plu_no FROM Article WHERE art_name like \"");
+    ASSERT_EQ(DB_OPERATION_SUCCESS,
+              articles->DeclareStatementTemplate(byName, {QStringLiteral("\";")}, 1));
+    DBDirectQueryResult first;
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute(byName + QStringLiteral("%\";"), &first));
+    EXPECT_EQ(1, first.RowCount());
     // Shapes whose texts could be read two ways, or whose slot is not quoted, are refused.
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
               articles->DeclareStatementTemplate(head, {plain, QStringLiteral("\" OR \"")}));
