@@ -73,20 +73,30 @@ StatementRunner::Lease StatementRunner::TryPrepare(const QString& sql) {
     return statement ? Lease(cache, statement) : Lease();
 }
 
+StatementRunner::Lease StatementRunner::prepareBound(const char* operation, const QString& sql,
+                                                     const QVector<QVariant>& values,
+                                                     eDBOperationResult& result) {
+    Lease statement = Prepare(operation, sql, result);
+    if (statement) {
+        const int rc = statement->BindAll(values);
+        if (rc != SQLITE_OK) {
+            result = failures.Fail(operation, connection, rc, sql);
+            return Lease();
+        }
+    }
+    return statement;
+}
+
 eDBOperationResult StatementRunner::ReadRows(const char* operation, const QString& sql,
                                              const QVector<QVariant>& values, const DBTable* table,
                                              QSharedPointer<DBData>& result) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    Lease statement = Prepare(operation, sql, outcome);
+    const Lease statement = prepareBound(operation, sql, values, outcome);
     if (!statement) {
         return outcome;
     }
-    int rc = statement->BindAll(values);
-    if (rc != SQLITE_OK) {
-        return failures.Fail(operation, connection, rc, sql);
-    }
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    rc = AppendRows(statement.get(), table, *rows);
+    const int rc = AppendRows(statement.get(), table, *rows);
     if (rc != SQLITE_DONE) {
         return failures.Fail(operation, connection, rc, sql);
     }
@@ -113,15 +123,11 @@ int StatementRunner::AppendRows(SqliteStatement* statement, const DBTable* table
 eDBOperationResult StatementRunner::ReadValue(const char* operation, const QString& sql,
                                               const QVector<QVariant>& values, QVariant& value) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    Lease statement = Prepare(operation, sql, outcome);
+    const Lease statement = prepareBound(operation, sql, values, outcome);
     if (!statement) {
         return outcome;
     }
-    int rc = statement->BindAll(values);
-    if (rc != SQLITE_OK) {
-        return failures.Fail(operation, connection, rc, sql);
-    }
-    rc = sqlite3_step(statement->Handle());
+    const int rc = sqlite3_step(statement->Handle());
     if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
         return failures.Fail(operation, connection, rc, sql);
     }
@@ -132,14 +138,11 @@ eDBOperationResult StatementRunner::ReadValue(const char* operation, const QStri
 eDBOperationResult StatementRunner::Write(const char* operation, const QString& sql,
                                           const QVector<QVariant>& values, int* changes) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    Lease statement = Prepare(operation, sql, outcome);
+    const Lease statement = prepareBound(operation, sql, values, outcome);
     if (!statement) {
         return outcome;
     }
-    int rc = statement->BindAll(values);
-    if (rc != SQLITE_OK) {
-        return failures.Fail(operation, connection, rc, sql);
-    }
+    int rc = SQLITE_OK;
     while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
     }
     if (rc != SQLITE_DONE) {
@@ -223,7 +226,11 @@ eDBOperationResult StatementRunner::Run(const char* operation, const QString& sq
         resultBytes += 32 + qint64(sizeof(QVariant)) * columnCount;
         for (int i = 0; i < columnCount; ++i) {
             row[i] = statement->ColumnValue(i);
-            resultBytes += 2 * sqlite3_column_bytes(statement->Handle(), i);
+            // Only texts and blobs: asking the size of a number makes SQLite print it.
+            const int type = sqlite3_column_type(statement->Handle(), i);
+            if (type == SQLITE_TEXT || type == SQLITE_BLOB) {
+                resultBytes += 2 * sqlite3_column_bytes(statement->Handle(), i);
+            }
         }
         rows.AppendRow(row);
         if (resolved.rowsRead > 0 && rows.RowCount() == resolved.rowsRead) {

@@ -106,6 +106,10 @@ public:
 private:
     static constexpr int cacheCapacity = 128;
 
+    // Prepare, then bind `values`; an empty lease with `result` set (and logged) on failure.
+    Lease prepareBound(const char* operation, const QString& sql, const QVector<QVariant>& values,
+                       eDBOperationResult& result);
+
     FailureLog& failures;
     QueryLimits& limits;
     sqlite3* connection = nullptr;
