@@ -35,8 +35,9 @@
 // barcodes of at most 20; these limits leave a wide margin above that:
 //  - a text or blob value: 16 KiB (a text pasted into a declared statement template may be
 //    longer: it is bound as it is); an SQL text: 64 KiB; expression depth 100; 20 compound
-//    SELECT terms; 32 function arguments; 250 parameters; 100 columns; GLOB patterns 1000
-//    bytes; no attached databases (QueryLimits.h lists them all);
+//    SELECT terms; 32 function arguments; 250 parameters; 100 columns; printf() widths and
+//    precisions 16 KiB; GLOB patterns 1000 bytes; no attached databases (QueryLimits.h lists
+//    them all);
 //  - a query run by Execute: the read time limit (10 s by default), 16 MiB of SQLite's heap
 //    above what was in use when it started (a process-wide figure), both checked every 1000
 //    virtual-machine steps and inside like(), upper() and lower(), and 16 MiB of rows in its
@@ -135,9 +136,8 @@ public:
     // earlier shape) or not quoted as above.
     eDBOperationResult DeclareStatementTemplate(const QString& head, const QStringList& tails,
                                                 int rowsRead = 0);
-    // How long a query run by Execute may take, in milliseconds (0: no limit; 10 s by default).
-    // Scanned or typed text goes into the library's statements as written and must not be able
-    // to stop the register with a query that never ends.
+    // How long a query run by Execute may take, in milliseconds (0: no limit; 10 s by default):
+    // no query may keep the register waiting.
     void SetReadTimeLimit(int milliseconds);
     int GetReadTimeLimit() const;
 
