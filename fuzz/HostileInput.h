@@ -8,15 +8,15 @@
 // catalogue, and checks after each input what the library may not do with hostile text:
 //  - a read changes no row of any table, and no table or index comes or goes;
 //  - a write changes only the rows the operation names, and only as asked;
-//  - DBManager::Execute is handed exactly the statement the operation builds, and a text that
-//    holds a second statement is refused;
-//  - answers agree with the stored rows wherever the text cannot leave its literal;
+//  - DBManager::Execute is handed exactly the statement the operation builds;
+//  - every answer agrees with the stored rows, whatever the text holds: quotes, SQL, NUL, lone
+//    surrogates (compared as the UTF-8 the database stores of it);
 //  - the price-list reader reads back what the price-list writer wrote.
 //
 // The first byte of an input picks the operation (low 7 bits) and whether the rest is UTF-8 or
-// raw UTF-16 (top bit: lone surrogates and NULs that no UTF-8 decoder produces). The second
-// byte is a small number some operations take: which article, barcode row or prefix entry, and
-// a flag. The rest is the text.
+// raw UTF-16 (top bit: lone surrogates, which no UTF-8 decoder produces). The second byte is a
+// small number some operations take: which article, barcode row or prefix entry, and a flag.
+// The rest is the text, NULs included.
 //
 // It starts the process's one article manager, so a process makes one of these.
 class HostileInput {

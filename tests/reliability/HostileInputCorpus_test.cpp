@@ -10,7 +10,7 @@
 #include "HostileInput.h"
 #include "QtPrinters.h"
 
-TEST(HostileInputCorpus, NoSeedChangesRowsItShouldNotOrRunsMoreThanOneStatement) {
+TEST(HostileInputCorpus, EverySeedIsAnsweredAsTheStoredRowsSayAndChangesOnlyWhatItNames) {
     const QDir corpus(QStringLiteral(ARTICLEMANAGER_SOURCE_DIR "/fuzz/corpus/hostile_input"));
     const QStringList files = corpus.entryList(QDir::Files, QDir::Name);
     ASSERT_FALSE(files.isEmpty()) << corpus.path().toStdString();
