@@ -226,10 +226,12 @@ eDBOperationResult StatementRunner::Run(const char* operation, const QString& sq
         resultBytes += 32 + qint64(sizeof(QVariant)) * columnCount;
         for (int i = 0; i < columnCount; ++i) {
             row[i] = statement->ColumnValue(i);
-            // Only texts and blobs: asking the size of a number makes SQLite print it.
-            const int type = sqlite3_column_type(statement->Handle(), i);
-            if (type == SQLITE_TEXT || type == SQLITE_BLOB) {
-                resultBytes += 2 * sqlite3_column_bytes(statement->Handle(), i);
+            // Texts and blobs only; numbers are held in the variant itself.
+            const int type = row[i].userType();
+            if (type == QMetaType::QString) {
+                resultBytes += 2 * static_cast<const QString*>(row[i].constData())->size();
+            } else if (type == QMetaType::QByteArray) {
+                resultBytes += static_cast<const QByteArray*>(row[i].constData())->size();
             }
         }
         rows.AppendRow(row);
