@@ -195,6 +195,19 @@ void Tool::configureLog(bool toStandardError) {
     }
 }
 
+bool Tool::StartLibrary(Access) {
+    return StartLibrary();
+}
+
+bool Tool::BackUp() {
+    return true;
+}
+
+int Tool::DatabaseFailure(const QString& what) {
+    return Fail(EXIT_DATABASE, QStringLiteral("%1: %2").arg(
+                                   what, articles ? articles->GetLastError() : QString()));
+}
+
 bool Tool::StartLibrary() {
     configureLog(verbose);
     articles = std::make_unique<DBManager>(databasePath, DBManager::SCHEMA_ARTICLES);

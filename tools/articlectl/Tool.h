@@ -13,11 +13,20 @@
 
 class Tool;
 
+// How a command uses the article database.
+enum class Access {
+    None,    // no database
+    Read,    // opened read-only; nothing is created or changed, a missing file is an error
+    Write,   // opened for writing; a missing file is an error
+    Create,  // opened for writing, created with the full schema when missing
+};
+
 // One command of the tool: its name, a one-line summary and what runs it.
 struct Command {
     const char* name;
     const char* summary;
     int (*run)(Tool& tool, const QStringList& arguments);
+    Access access = Access::Write;
 };
 
 // The tool's state for one run: global options, the open databases and the library started the
@@ -36,6 +45,14 @@ public:
     // Opens (creating) the databases, publishes them and lets the system manager start the
     // article manager. False, with the reason printed, when that failed.
     bool StartLibrary();
+    // The same with the access a command chose from its options (import --create, --dry-run).
+    bool StartLibrary(Access access);
+    // Copies the article database into FILE.backups/ with SQLite's online backup before a
+    // command changes or removes data; the last 10 copies are kept. False, with the reason
+    // printed, when no copy could be made: the command must then change nothing.
+    bool BackUp();
+    // Prints "<what>: <SQLite's reason>" and returns EXIT_DATABASE.
+    int DatabaseFailure(const QString& what);
     // The started article manager.
     ArticleManager& Articles() { return *G::articleManager; }
     DBManager& Database() { return *articles; }
