@@ -88,6 +88,7 @@ public:
     std::unique_ptr<SqliteTransaction> transaction;
     std::thread::id transactionOwner;
     int schemaVersion = 0;
+    bool readOnly = false;
     int readTimeLimitMs = defaultReadTimeLimitMs;
     bool writeOnlyInTransaction = false;
     int keepOpen = 0;
@@ -244,12 +245,15 @@ eDBOperationResult DBManager::Open() {
         if (rc == SQLITE_OK) {
             rc = migrator->Accepts(facts, error);
         }
+        if (rc == SQLITE_OK && d->readOnly) {
+            rc = migrator->AcceptsAsIs(facts, error);
+        }
         if (rc != SQLITE_OK) {
             return abandon(rc, error);
         }
     }
-    int rc = d->connection.Open(d->fileName, d->limits, d->changes, error);
-    if (rc == SQLITE_OK && migrator) {
+    int rc = d->connection.Open(d->fileName, d->readOnly, d->limits, d->changes, error);
+    if (rc == SQLITE_OK && migrator && !d->readOnly) {
         rc = migrator->Migrate(d->connection.Handle(), error);
     }
     if (rc != SQLITE_OK) {
@@ -283,6 +287,16 @@ bool DBManager::IsOpen() const {
 
 const QString& DBManager::GetFileName() const {
     return d->fileName;
+}
+
+void DBManager::SetReadOnly(bool readOnly) {
+    Lock lock(d->mutex);
+    d->readOnly = readOnly;
+}
+
+bool DBManager::IsReadOnly() const {
+    Lock lock(d->mutex);
+    return d->readOnly;
 }
 
 DBManager::eSchema DBManager::GetSchema() const {

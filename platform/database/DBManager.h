@@ -76,6 +76,11 @@ public:
     // a database, one of another kind (its PRAGMA application_id not this schema's), one
     // holding tables but no application id (another program's), one of a newer schema.
     eDBOperationResult Open();
+    // Before Open(): open the file for reading only. A missing file is then refused, nothing is
+    // created, migrated or checkpointed, and every write fails with SQLite's reason ("attempt to
+    // write a readonly database"). A file whose schema is not the latest is refused.
+    void SetReadOnly(bool readOnly);
+    bool IsReadOnly() const;
     // Closes the database; deferred while a DBCloser keeps it open. State 5 afterwards.
     void Close();
     // 1 constructed, 3 open, 4 opening failed, 5 closed.

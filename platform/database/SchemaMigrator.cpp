@@ -96,6 +96,22 @@ int SchemaMigrator::ReadFacts(const QString& path, FileFacts& facts, QString& er
     return rc;
 }
 
+int SchemaMigrator::AcceptsAsIs(const FileFacts& facts, QString& error) const {
+    if (!facts.exists) {
+        error = QStringLiteral("the file does not exist");
+        return SQLITE_CANTOPEN;
+    }
+    if (facts.userVersion != LatestVersion()) {
+        error = QStringLiteral(
+                    "schema version %1 must first be brought to %2 by opening the file "
+                    "for writing")
+                    .arg(facts.userVersion)
+                    .arg(LatestVersion());
+        return SQLITE_MISMATCH;
+    }
+    return SQLITE_OK;
+}
+
 int SchemaMigrator::Accepts(const FileFacts& facts, QString& error) const {
     if (facts.applicationId != 0 && static_cast<quint32>(facts.applicationId) != applicationId) {
         error = QStringLiteral("the file holds another kind of database (application id %1)")

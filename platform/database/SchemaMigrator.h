@@ -29,6 +29,10 @@ public:
     // kind of database, another program's tables (no application id of ours), or a schema
     // newer than the scripts. Returns SQLITE_OK or SQLITE_MISMATCH with `error` saying why.
     int Accepts(const FileFacts& facts, QString& error) const;
+    // Whether a file with these facts may be used without migrating it: it exists and has the
+    // latest schema. Returns SQLITE_OK, SQLITE_CANTOPEN or SQLITE_MISMATCH with `error` saying
+    // why.
+    int AcceptsAsIs(const FileFacts& facts, QString& error) const;
     // Applies every script newer than the file's version, each in its own transaction, after
     // checking the file again on the open connection. Returns an SQLite result code; `error`
     // explains a failure.

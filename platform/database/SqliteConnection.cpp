@@ -13,13 +13,17 @@ constexpr int busyTimeoutMs = 5000;
 
 }  // namespace
 
-int SqliteConnection::Open(const QString& path, QueryLimits& limits, ChangeTracker& changes,
-                           QString& error) {
+int SqliteConnection::Open(const QString& path, bool readOnly, QueryLimits& limits,
+                           ChangeTracker& changes, QString& error) {
     Close();
+    const int access = readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     int rc =
-        sqlite3_open_v2(path.toUtf8().constData(), &handle,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+        sqlite3_open_v2(path.toUtf8().constData(), &handle, access | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc == SQLITE_OK) {
+        if (readOnly) {
+            // A reader never writes the file, not even a checkpoint when it closes last.
+            sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        }
         sqlite3_extended_result_codes(handle, 1);
         // Double quotes name identifiers only: a misspelt column must never become a text value.
         sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
@@ -35,8 +39,10 @@ int SqliteConnection::Open(const QString& path, QueryLimits& limits, ChangeTrack
         // written.
         rc = Exec("PRAGMA schema_version");
     }
+    if (rc == SQLITE_OK && !readOnly) {
+        rc = Exec("PRAGMA journal_mode = WAL");
+    }
     for (const char* pragma : {
-             "PRAGMA journal_mode = WAL",
              "PRAGMA synchronous = FULL",
              // A bounded page cache rather than a mapped file: every mapped page a search or a
              // scan touches would stay in the register's resident memory.

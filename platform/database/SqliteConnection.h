@@ -21,9 +21,11 @@ public:
     SqliteConnection(const SqliteConnection&) = delete;
     SqliteConnection& operator=(const SqliteConnection&) = delete;
 
-    // Opens `path` for reading and writing, creating a missing file. Returns an SQLite result
-    // code; on failure nothing stays open and `error` says why.
-    int Open(const QString& path, QueryLimits& limits, ChangeTracker& changes, QString& error);
+    // Opens `path` for reading and writing, creating a missing file, or (`readOnly`) for
+    // reading only, leaving the journal mode as the file has it. Returns an SQLite result code;
+    // on failure nothing stays open and `error` says why.
+    int Open(const QString& path, bool readOnly, QueryLimits& limits, ChangeTracker& changes,
+             QString& error);
     void Close();
 
     bool IsOpen() const { return handle != nullptr; }

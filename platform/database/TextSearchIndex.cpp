@@ -364,6 +364,9 @@ bool TextSearchIndex::fold(const Index& index) {
     if (!pending) {
         return true;
     }
+    if (sqlite3_db_readonly(runner.Connection(), "main") == 1) {
+        return false;  // a reader cannot fold the notes: the plain statement answers instead
+    }
     bool contentEmpty = false;
     if (!ask(index.contentEmpty, contentEmpty)) {
         return false;

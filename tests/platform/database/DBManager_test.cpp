@@ -1,5 +1,7 @@
 // A database as a whole: closed, kept open, used by several threads at once, failing.
 
+#include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <atomic>
 #include <thread>
@@ -82,4 +84,43 @@ TEST_F(DBManagerOpen, FailuresAreLoggedWithSqliteText) {
     EXPECT_TRUE(log->Entries().first().text.startsWith(QStringLiteral("DBManager::ClearTable()")));
     EXPECT_TRUE(log->Mentions(QStringLiteral("no such table: NoSuchTable")));
     EXPECT_TRUE(articles->GetLastError().contains(QStringLiteral("no such table")));
+}
+
+TEST_F(DBManagerOpen, AReaderNeitherCreatesNorChangesAFile) {
+    const QString missing = dir.filePath(QStringLiteral("mistyped.db"));
+    DBManager none(missing, DBManager::SCHEMA_ARTICLES);
+    none.SetReadOnly(true);
+    EXPECT_NE(DB_OPERATION_SUCCESS, none.Open());
+    EXPECT_FALSE(QFileInfo::exists(missing));
+
+    DBTable* table = articles->GetTable(QStringLiteral("Article"));
+    ASSERT_EQ(
+        0, articles->Insert(Rows(table, {{{QStringLiteral("plu_no"), 7u},
+                                          {QStringLiteral("art_name"), QStringLiteral("Ser")}}})));
+    articles->Close();
+    auto bytes = [this] {
+        QFile file(ArticlesPath());
+        file.open(QIODevice::ReadOnly);
+        return file.readAll();
+    };
+    const QByteArray before = bytes();
+    DBManager reader(ArticlesPath(), DBManager::SCHEMA_ARTICLES);
+    reader.SetReadOnly(true);
+    ASSERT_EQ(DB_OPERATION_SUCCESS, reader.Open());
+    unsigned long count = 0;
+    EXPECT_EQ(DB_OPERATION_SUCCESS, reader.Count(QStringLiteral("Article"), count));
+    EXPECT_EQ(1u, count);
+    // The search note the insert left cannot be folded by a reader: the plain scan answers.
+    QSharedPointer<DBData> found;
+    EXPECT_EQ(DB_OPERATION_SUCCESS,
+              reader.Load(Rows(reader.GetTable(QStringLiteral("Article")),
+                               {{{QStringLiteral("art_name"), QStringLiteral("%Se%")}}}),
+                          DBManager::LOAD_MODE_BY_KEY, found, true));
+    ASSERT_TRUE(found);
+    EXPECT_EQ(1, found->RowCount());
+    EXPECT_NE(DB_OPERATION_SUCCESS, reader.Execute(QStringLiteral("DELETE FROM Article"), nullptr));
+    EXPECT_TRUE(reader.GetLastError().contains(QStringLiteral("readonly")))
+        << reader.GetLastError().toStdString();
+    reader.Close();
+    EXPECT_EQ(before, bytes());
 }
