@@ -12,6 +12,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include "DBManager.h"
+
 struct Outcome {
     int exit;
     QString out;
@@ -50,6 +52,12 @@ protected:
         QFile file(Path(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(content);
+    }
+
+    // The register's receipt database beside the catalogue, empty.
+    void MakeReceipts() {
+        DBManager receipts(Path(QStringLiteral("receipts.db")), DBManager::SCHEMA_RECEIPTS);
+        ASSERT_EQ(DB_OPERATION_SUCCESS, receipts.Open());
     }
 
     QByteArray ReadFile(const QString& name) {

@@ -353,6 +353,7 @@ TEST_F(Articlectl, ClearWaitsForTheReceiptsAndDeleteTakesItsBarcodes) {
     EXPECT_EQ(1, Do({QStringLiteral("scan"), QStringLiteral("5900000000039")}).exit)
         << "its barcodes went with it";
 
+    MakeReceipts();
     RawSqlite receipts(Path(QStringLiteral("receipts.db")));
     receipts.Exec(
         QStringLiteral("INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "

@@ -3,6 +3,7 @@
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QSet>
+#include <utility>
 
 #include "CatalogueWalk.h"
 #include "Commands.h"
@@ -19,7 +20,13 @@ int RunInit(Tool& tool, const QStringList& arguments) {
     parser.setApplicationDescription(QStringLiteral(
         "Sets up a new register's catalogue: 99 departments with the firmware's flags and names, "
         "the tax rates (A 23 %, B 8 %, C 5 %, D 0 %, G exempt) and the factory label prefixes. "
-        "Articles are kept."));
+        "Articles are kept. A catalogue that already holds departments, tax rates or articles is "
+        "only set up again with --force, after a copy is kept in FILE.backups/."));
+    const QCommandLineOption force(
+        QStringLiteral("force"),
+        QStringLiteral(
+            "Reset the departments, tax rates and label prefixes of a catalogue in use."));
+    parser.addOption(force);
     int exit = tool.ParseCommand(parser, QStringLiteral("init"), arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
@@ -27,21 +34,47 @@ int RunInit(Tool& tool, const QStringList& arguments) {
     if (!tool.StartLibrary()) {
         return EXIT_DATABASE;
     }
+    if (tool.DatabaseExisted()) {
+        QStringList held;
+        for (const auto& [table, what] :
+             {std::pair<const char*, const char*>{"Dept", "departments"},
+              {"TaxRates", "tax rates"},
+              {"Article", "articles"}}) {
+            unsigned long count = 0;
+            if (tool.Database().Count(QString::fromLatin1(table), count) != DB_OPERATION_SUCCESS) {
+                return tool.DatabaseFailure(QStringLiteral("the catalogue could not be read"));
+            }
+            if (count > 0) {
+                held.append(QStringLiteral("%1 %2").arg(count).arg(QLatin1String(what)));
+            }
+        }
+        if (!held.isEmpty() && !parser.isSet(force)) {
+            return tool.Fail(
+                EXIT_REFUSED,
+                QStringLiteral("refused: %1 is in use (%2); init would reset its departments, tax "
+                               "rates and label prefixes")
+                    .arg(tool.DatabasePath(), held.join(QStringLiteral(", "))),
+                QStringLiteral("give --force to reset them; a copy is kept in %1.backups/ first")
+                    .arg(tool.DatabasePath()));
+        }
+        if (!held.isEmpty() && !tool.BackUp()) {
+            return EXIT_DATABASE;
+        }
+    }
     return tool.InTransaction([&]() -> int {
         ArticleManager& manager = tool.Articles();
         DeptDBManager* depts = manager.GetDeptDBManager();
         if (!depts->ResetTable() ||
             !depts->GetDeptFirmwareInitializer()->SetFirmwareDeptNamesInDatabase() ||
             depts->getRecordsFromDB() != 0) {
-            return tool.Fail(EXIT_DATABASE, QStringLiteral("the departments could not be set up"));
+            return tool.DatabaseFailure(QStringLiteral("the departments could not be set up"));
         }
         if (!manager.GetTaxRatesManager()->ResetTable() ||
             manager.GetTaxRatesManager()->UpdateRecord(newRegisterRates) != 0) {
-            return tool.Fail(EXIT_DATABASE, QStringLiteral("the tax rates could not be set up"));
+            return tool.DatabaseFailure(QStringLiteral("the tax rates could not be set up"));
         }
         if (!manager.GetBarcodePrefixDBManager()->ResetTable()) {
-            return tool.Fail(EXIT_DATABASE,
-                             QStringLiteral("the label prefixes could not be set up"));
+            return tool.DatabaseFailure(QStringLiteral("the label prefixes could not be set up"));
         }
         tool.Out()
             << "Set up " << tool.DatabasePath() << ": " << depts->GetDepts().size()
@@ -53,13 +86,34 @@ int RunInit(Tool& tool, const QStringList& arguments) {
 int RunClear(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Removes every article, barcode and quick-pick list. Refused while the receipt database "
-        "holds receipt lines, which refer to articles."));
+        "Removes every article, barcode and quick-pick list, after a copy is kept in "
+        "FILE.backups/. Refused while the receipt database holds receipt lines, which refer to "
+        "articles, and when there is no receipt database to ask unless --no-receipts says the "
+        "register has none."));
+    const QCommandLineOption noReceipts(
+        QStringLiteral("no-receipts"),
+        QStringLiteral("The register keeps no receipt database: clear without asking one."));
+    parser.addOption(noReceipts);
     int exit = tool.ParseCommand(parser, QStringLiteral("clear"), arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
+    if (parser.isSet(noReceipts)) {
+        tool.AllowNoReceipts();
+    }
     if (!tool.StartLibrary()) {
+        return EXIT_DATABASE;
+    }
+    if (!parser.isSet(noReceipts) && !tool.HasReceipts()) {
+        return tool.Fail(
+            EXIT_REFUSED,
+            QStringLiteral("refused: there is no receipt database at %1 to tell whether receipt "
+                           "lines still refer to the articles")
+                .arg(tool.ReceiptsPath()),
+            QStringLiteral("give --receipts the register's receipt database, or --no-receipts "
+                           "when the register keeps none"));
+    }
+    if (!tool.BackUp()) {
         return EXIT_DATABASE;
     }
     const int result = tool.Articles().GetEditor()->RemoveAllArticles();
@@ -73,8 +127,7 @@ int RunClear(Tool& tool, const QStringList& arguments) {
                            "lines are archived, then clear again"));
     }
     if (result != 0) {
-        return tool.Fail(ExitCodeFor(result), QStringLiteral("the catalogue could not be cleared"),
-                         QStringLiteral("see the log in %1.log").arg(tool.DatabasePath()));
+        return tool.DatabaseFailure(QStringLiteral("the catalogue could not be cleared"));
     }
     tool.Out() << "Removed every article, barcode and quick-pick list.\n";
     return EXIT_DONE;

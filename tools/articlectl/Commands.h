@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-class Tool;
+#include "Tool.h"
 
 // The tool's commands; each parses its own arguments and returns the exit code.
 int RunInit(Tool& tool, const QStringList& arguments);
@@ -17,7 +17,6 @@ int RunFirstFreePlu(Tool& tool, const QStringList& arguments);
 int RunCount(Tool& tool, const QStringList& arguments);
 int RunScan(Tool& tool, const QStringList& arguments);
 int RunSearch(Tool& tool, const QStringList& arguments);
-int RunPrice(Tool& tool, const QStringList& arguments);
 int RunBarcode(Tool& tool, const QStringList& arguments);
 int RunDept(Tool& tool, const QStringList& arguments);
 int RunTax(Tool& tool, const QStringList& arguments);
@@ -27,3 +26,8 @@ int RunExport(Tool& tool, const QStringList& arguments);
 int RunClear(Tool& tool, const QStringList& arguments);
 int RunStats(Tool& tool, const QStringList& arguments);
 int RunDemo(Tool& tool, const QStringList& arguments);
+int RunBackup(Tool& tool, const QStringList& arguments);
+int RunRestore(Tool& tool, const QStringList& arguments);
+
+// The subcommands of the command groups.
+const QList<Command>& PriceCommands();

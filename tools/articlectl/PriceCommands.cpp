@@ -50,7 +50,7 @@ int setPrice(Tool& tool, const QStringList& arguments) {
     }
     Article article;
     const int found = tool.Articles().GetSeeker()->FindPlu(plu, article, false);
-    if (found != 0) {
+    if (found != ArticleSeeker::RESULT_FOUND) {
         return tool.Fail(ExitCodeFor(found), QStringLiteral("no article has PLU %1").arg(plu));
     }
     const int result = tool.Articles().GetEditor()->UpdateArticlePrice(plu, PriceValue(price));
@@ -83,7 +83,7 @@ int convertPrices(Tool& tool, const QStringList& arguments) {
                 .arg(parser.positionalArguments().first())
                 .arg(maxRateDigits));
     }
-    if (!tool.StartLibrary()) {
+    if (!tool.StartLibrary() || !tool.BackUp()) {
         return EXIT_DATABASE;
     }
     qint64 articles = 0;
@@ -129,20 +129,12 @@ int convertPrices(Tool& tool, const QStringList& arguments) {
 
 }  // namespace
 
-int RunPrice(Tool& tool, const QStringList& arguments) {
-    const QString sub = arguments.value(0);
-    if (sub == QLatin1String("set")) {
-        return setPrice(tool, arguments.mid(1));
-    }
-    if (sub == QLatin1String("convert")) {
-        return convertPrices(tool, arguments.mid(1));
-    }
-    if (sub == QLatin1String("--help") || sub == QLatin1String("-h")) {
-        tool.Out() << "Usage: articlectl price set PLU VALUE\n"
-                      "       articlectl price convert RATE\n"
-                      "Sets one article's price, or converts every price to a new currency.\n";
-        return EXIT_DONE;
-    }
-    return tool.Fail(EXIT_USAGE, QStringLiteral("'price' needs 'set' or 'convert'"),
-                     QStringLiteral("see 'articlectl price --help'"));
+const QList<Command>& PriceCommands() {
+    static const QList<Command> commands = {
+        {"set", "set the price of one article", setPrice, Access::Write, nullptr,
+         "price set 12345 5.49"},
+        {"convert", "divide every price by an exchange rate (a change of currency)", convertPrices,
+         Access::Write, nullptr, "price convert 4.3210"},
+    };
+    return commands;
 }

@@ -15,18 +15,21 @@ class Tool;
 
 // How a command uses the article database.
 enum class Access {
-    None,    // no database
+    None,    // no database, or one the command opens itself
     Read,    // opened read-only; nothing is created or changed, a missing file is an error
     Write,   // opened for writing; a missing file is an error
     Create,  // opened for writing, created with the full schema when missing
 };
 
-// One command of the tool: its name, a one-line summary and what runs it.
+// One command of the tool, or a group of subcommands (run null, subcommands set).
 struct Command {
     const char* name;
     const char* summary;
     int (*run)(Tool& tool, const QStringList& arguments);
     Access access = Access::Write;
+    const QList<Command>* subcommands = nullptr;
+    // One command line shown at the end of the command's help, without "articlectl".
+    const char* example = nullptr;
 };
 
 // The tool's state for one run: global options, the open databases and the library started the
@@ -39,28 +42,38 @@ public:
     Tool(const Tool&) = delete;
     Tool& operator=(const Tool&) = delete;
 
-    // Runs the command line (without the program name) and returns the exit code.
+    // Runs the command line (without the program name) and returns the exit code. The global
+    // options (--db, --receipts, --json, --verbose) may stand anywhere on the line.
     int Run(const QStringList& arguments);
 
-    // Opens (creating) the databases, publishes them and lets the system manager start the
-    // article manager. False, with the reason printed, when that failed.
+    // Opens the databases with the access the running command declares (or `access`),
+    // publishes them and lets the system manager start the article manager. False, with the
+    // reason printed, when that failed: a missing file (unless created), a named receipt
+    // database that does not exist, a file that cannot be opened.
     bool StartLibrary();
-    // The same with the access a command chose from its options (import --create, --dry-run).
     bool StartLibrary(Access access);
+    // Lets the library start without a receipt database: `clear --no-receipts`.
+    void AllowNoReceipts() { noReceipts = true; }
+    // Whether a receipt database was found (a missing default one is not created).
+    bool HasReceipts() const { return receipts != nullptr && !noReceipts; }
+    // Whether the article database existed before this run.
+    bool DatabaseExisted() const { return databaseExisted; }
+    // The started article manager.
+    ArticleManager& Articles() { return *G::articleManager; }
+    DBManager& Database() { return *articles; }
+
     // Copies the article database into FILE.backups/ with SQLite's online backup before a
     // command changes or removes data; the last 10 copies are kept. False, with the reason
     // printed, when no copy could be made: the command must then change nothing.
     bool BackUp();
     // Prints "<what>: <SQLite's reason>" and returns EXIT_DATABASE.
     int DatabaseFailure(const QString& what);
-    // The started article manager.
-    ArticleManager& Articles() { return *G::articleManager; }
-    DBManager& Database() { return *articles; }
 
     const QString& DatabasePath() const { return databasePath; }
     const QString& ReceiptsPath() const { return receiptsPath; }
     bool Json() const { return json; }
     void SetJson(bool on) { json = on; }
+    bool Verbose() const { return verbose; }
 
     QTextStream& Out() { return out; }
     QTextStream& Err() { return err; }
@@ -73,24 +86,33 @@ public:
     // rolled back otherwise. Returns work's exit code, or 4 when the transaction failed.
     int InTransaction(const std::function<int()>& work);
 
-    // Parses a command's arguments: options, --help, and the positional arguments it needs
-    // (between `minimum` and `maximum`, -1 for no limit). Returns -1 when the command may go on,
-    // otherwise the exit code to return (0 after --help, 2 for a usage error).
+    // The shared prologue of every command: parses its arguments (options, --help with the
+    // command's example, the positional arguments it needs: between `minimum` and `maximum`,
+    // -1 for no limit). Returns -1 when the command may go on, otherwise the exit code to
+    // return (0 after --help, 2 for a usage error). `readCommand`: --json is listed.
     int ParseCommand(QCommandLineParser& parser, const QString& command,
                      const QStringList& arguments, int minimum, int maximum, bool readCommand);
 
     static const QList<Command>& Commands();
 
 private:
-    int usage(const QString& message);
-    void configureLog(bool verbose);
+    int usage(const QString& message, const QString& command = QString());
+    int dispatch(const QList<Command>& table, const QString& path, const QStringList& arguments);
+    int help(const QStringList& words);
+    QString groupHelp(const Command& group, const QString& path) const;
+    bool openReceipts();
+    void configureLog();
 
     QTextStream out;
     QTextStream err;
     QString databasePath;
     QString receiptsPath;
+    bool receiptsNamed = false;
+    bool noReceipts = false;
+    bool databaseExisted = false;
     bool json = false;
     bool verbose = false;
+    const Command* current = nullptr;
     std::unique_ptr<DBManager> articles;
     std::unique_ptr<DBManager> receipts;
 };

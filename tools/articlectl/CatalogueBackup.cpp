@@ -1,0 +1,169 @@
+#include "CatalogueBackup.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+#include "DBManager.h"
+
+namespace {
+
+// How long a copy waits for the register or another tool to release the file.
+constexpr int busyTimeoutMs = 10000;
+constexpr int pagesPerStep = 256;
+
+QString errorOf(sqlite3* connection, int rc) {
+    return connection ? QString::fromUtf8(sqlite3_errmsg(connection))
+                      : QString::fromUtf8(sqlite3_errstr(rc));
+}
+
+// A rename is only durable once the folder that holds the name is on disk too.
+void syncFolder(const QString& folder) {
+    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+}  // namespace
+
+namespace CatalogueBackup {
+
+QString Folder(const QString& database) {
+    return database + QStringLiteral(".backups");
+}
+
+QStringList List(const QString& database) {
+    const QDir folder(Folder(database));
+    const QString pattern = QFileInfo(database).fileName() + QStringLiteral(".*.db");
+    QStringList copies;
+    for (const QString& name : folder.entryList({pattern}, QDir::Files, QDir::Name)) {
+        copies.append(folder.filePath(name));
+    }
+    return copies;
+}
+
+bool Copy(const QString& from, const QString& to, QString& error) {
+    sqlite3* source = nullptr;
+    sqlite3* target = nullptr;
+    int rc = sqlite3_open_v2(QFile::encodeName(from).constData(), &source, SQLITE_OPEN_READONLY,
+                             nullptr);
+    if (rc != SQLITE_OK) {
+        error = QStringLiteral("cannot read %1: %2").arg(from, errorOf(source, rc));
+    } else {
+        sqlite3_db_config(source, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        rc = sqlite3_open_v2(QFile::encodeName(to).constData(), &target,
+                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+        if (rc != SQLITE_OK) {
+            error = QStringLiteral("cannot write %1: %2").arg(to, errorOf(target, rc));
+        }
+    }
+    if (rc == SQLITE_OK) {
+        sqlite3_busy_timeout(target, busyTimeoutMs);
+        sqlite3_backup* backup = sqlite3_backup_init(target, "main", source, "main");
+        if (!backup) {
+            rc = sqlite3_errcode(target);
+            error = QStringLiteral("cannot copy %1 to %2: %3").arg(from, to, errorOf(target, rc));
+        } else {
+            int waitedMs = 0;
+            do {
+                rc = sqlite3_backup_step(backup, pagesPerStep);
+                if ((rc == SQLITE_BUSY || rc == SQLITE_LOCKED) && waitedMs < busyTimeoutMs) {
+                    QThread::msleep(50);
+                    waitedMs += 50;
+                    rc = SQLITE_OK;
+                }
+            } while (rc == SQLITE_OK);
+            const int finished = sqlite3_backup_finish(backup);
+            if (rc == SQLITE_DONE) {
+                rc = finished;
+            }
+            if (rc != SQLITE_OK) {
+                error = QStringLiteral("cannot copy %1 to %2: %3")
+                            .arg(from, to, QString::fromUtf8(sqlite3_errstr(rc)));
+            }
+        }
+    }
+    sqlite3_close_v2(source);
+    sqlite3_close_v2(target);
+    return rc == SQLITE_OK;
+}
+
+QString Take(const QString& database, QString& error) {
+    const QString folder = Folder(database);
+    if (!QDir().mkpath(folder)) {
+        error = QStringLiteral("cannot make the folder %1").arg(folder);
+        return QString();
+    }
+    const QString stem = QDir(folder).filePath(
+        QFileInfo(database).fileName() + QLatin1Char('.') +
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz")));
+    QString path = stem + QStringLiteral(".db");
+    for (int n = 2; QFileInfo::exists(path); ++n) {
+        path = stem + QStringLiteral("-%1.db").arg(n);
+    }
+    // Written under a temporary name: a copy cut short never looks like a finished one.
+    const QString partial = path + QStringLiteral(".partial");
+    QFile::remove(partial);
+    if (!Copy(database, partial, error)) {
+        QFile::remove(partial);
+        return QString();
+    }
+    if (!QFile::rename(partial, path)) {
+        QFile::remove(partial);
+        error = QStringLiteral("cannot name the copy %1").arg(path);
+        return QString();
+    }
+    syncFolder(folder);
+    const QStringList copies = List(database);
+    for (int i = 0; i + kept < copies.size(); ++i) {
+        QFile::remove(copies[i]);
+    }
+    return path;
+}
+
+bool Verify(const QString& path, QString& error) {
+    if (!QFileInfo(path).isFile()) {
+        error = QStringLiteral("%1 does not exist").arg(path);
+        return false;
+    }
+    sqlite3* connection = nullptr;
+    int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &connection, SQLITE_OPEN_READONLY,
+                             nullptr);
+    QString verdict;
+    if (rc == SQLITE_OK) {
+        sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        sqlite3_stmt* statement = nullptr;
+        rc = sqlite3_prepare_v2(connection, "PRAGMA integrity_check(1)", -1, &statement, nullptr);
+        if (rc == SQLITE_OK && sqlite3_step(statement) == SQLITE_ROW) {
+            verdict =
+                QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
+        } else {
+            rc = sqlite3_errcode(connection);
+        }
+        sqlite3_finalize(statement);
+    }
+    if (rc != SQLITE_OK || verdict != QLatin1String("ok")) {
+        error = QStringLiteral("%1 is damaged: %2")
+                    .arg(path, verdict.isEmpty() ? errorOf(connection, rc) : verdict);
+        sqlite3_close_v2(connection);
+        return false;
+    }
+    sqlite3_close_v2(connection);
+    DBManager copy(path, DBManager::SCHEMA_ARTICLES);
+    copy.SetReadOnly(true);
+    if (copy.Open() != DB_OPERATION_SUCCESS) {
+        error = QStringLiteral("%1 is not an article database of this version: %2")
+                    .arg(path, copy.GetLastError());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace CatalogueBackup
