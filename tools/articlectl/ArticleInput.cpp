@@ -1,5 +1,8 @@
 #include "ArticleInput.h"
 
+#include <QRegularExpression>
+
+#include "Gs1.h"
 #include "PaymentSystem.h"
 #include "PriceValue.h"
 
@@ -10,6 +13,48 @@ constexpr qint64 maxPrice = 999999999;
 constexpr int defaultNameSize = 40;
 constexpr int defaultBarcodeSize = 20;
 constexpr unsigned int maxPrecision = 3;
+// Codes at least this long made of digits and look-alike letters are meant as digits.
+constexpr int shortestGs1Code = 8;
+
+bool isDigit(QChar c) {
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+// The digit a letter typed in a run of digits stands for (O for 0, I or l for 1), or 0.
+char lookAlikeDigit(QChar c) {
+    if (c == QLatin1Char('O') || c == QLatin1Char('o')) {
+        return '0';
+    }
+    if (c == QLatin1Char('I') || c == QLatin1Char('l')) {
+        return '1';
+    }
+    return 0;
+}
+
+// True when `code` holds O, o, I or l between two digits, or is all digits but for them and as
+// long as a GS1 code; `digits` is then the code with those letters read as digits.
+bool digitsWithLookAlikes(const QString& code, QString& digits) {
+    QString mapped = code;
+    bool between = false;
+    bool found = false;
+    bool allDigits = true;
+    for (int i = 0; i < code.size(); ++i) {
+        const char digit = lookAlikeDigit(code[i]);
+        if (digit != 0) {
+            found = true;
+            mapped[i] = QLatin1Char(digit);
+            between = between || (i > 0 && i + 1 < code.size() && isDigit(code[i - 1]) &&
+                                  isDigit(code[i + 1]));
+        } else if (!isDigit(code[i])) {
+            allDigits = false;
+        }
+    }
+    if (!found || !(between || (allDigits && code.size() >= shortestGs1Code))) {
+        return false;
+    }
+    digits = mapped;
+    return true;
+}
 
 bool unsignedNumber(const QString& text, qulonglong maximum, qulonglong& value) {
     bool ok = false;
@@ -48,7 +93,7 @@ bool ArticleInput::Plu(const QString& text, unsigned int& plu, QString& error) c
 }
 
 bool ArticleInput::Name(const QString& text, QString& name, QString& error) const {
-    const QString trimmed = text.trimmed();
+    const QString trimmed = text.normalized(QString::NormalizationForm_C).trimmed();
     if (trimmed.isEmpty()) {
         error = QStringLiteral("the name is empty");
         return false;
@@ -59,9 +104,13 @@ bool ArticleInput::Name(const QString& text, QString& name, QString& error) cons
             return false;
         }
     }
-    if (trimmed.size() > nameSize) {
+    // Code points, not UTF-16 units: after NFC every letter of a Polish name is one, and an
+    // emoji is one too. Grapheme clusters are not counted: a cluster has no bound on its code
+    // points, so 40 of them would not bound what the register stores and prints.
+    const int characters = trimmed.toUcs4().size();
+    if (characters > nameSize) {
         error = QStringLiteral("the name has %1 characters; the register takes at most %2")
-                    .arg(trimmed.size())
+                    .arg(characters)
                     .arg(nameSize);
         return false;
     }
@@ -70,11 +119,24 @@ bool ArticleInput::Name(const QString& text, QString& name, QString& error) cons
 }
 
 bool ArticleInput::Price(const QString& text, qint64& price, QString& error) const {
-    const PriceValue value(text);
+    const QString trimmed = text.trimmed();
+    // A price list written with thousands separators ("1 299,00", "1.299,00", "1,299") has
+    // no reading that is sure: refused, whichever way it might have been meant.
+    static const QRegularExpression grouped(
+        QStringLiteral("^[1-9][0-9]{0,2}([\\s.,\\x{a0}\\x{202f}'][0-9]{3})+([.,][0-9]*)?$|"
+                       "^[0-9]+[\\s\\x{a0}\\x{202f}'][0-9]"));
+    if (grouped.match(trimmed).hasMatch()) {
+        error = QStringLiteral(
+                    "price '%1' may hold a thousands separator: write it without one and with "
+                    "at most two decimals after a point or comma, e.g. 1299.00 or 12,99")
+                    .arg(text);
+        return false;
+    }
+    const PriceValue value(trimmed);
     if (!value.IsValid() || value.GetNumberValue() < 0 || value.GetNumberValue() > maxPrice) {
         error = QStringLiteral(
                     "price '%1' is not an amount from 0 to 9999999.99 with at most two "
-                    "decimals, e.g. 12.99")
+                    "decimals, e.g. 12.99 or 12,99")
                     .arg(text);
         return false;
     }
@@ -158,22 +220,68 @@ bool ArticleInput::Precision(const QString& text, unsigned char& precision, QStr
 }
 
 bool ArticleInput::Barcode(const QString& text, QString& barcode, QString& error) const {
-    const QString trimmed = text.trimmed();
-    if (trimmed.isEmpty() || trimmed.size() > barcodeSize) {
-        error =
-            QStringLiteral("barcode '%1' must have 1 to %2 characters").arg(text).arg(barcodeSize);
+    const QString code = text.trimmed();
+    if (code.isEmpty()) {
+        error = QStringLiteral("the barcode is empty");
         return false;
     }
-    for (const QChar c : trimmed) {
+    // What a spreadsheet makes of a long number: 5.9E+12, or 5901234123457.00.
+    static const QRegularExpression spreadsheetNumber(
+        QStringLiteral("^[0-9]+([.,][0-9]*)?[eE][+-]?[0-9]+$|^[0-9]+[.,]0+$"));
+    if (spreadsheetNumber.match(code).hasMatch()) {
+        error =
+            QStringLiteral("barcode %1 looks like a spreadsheet number: format the column as text")
+                .arg(code);
+        return false;
+    }
+    QString joined;
+    for (const QChar c : code) {
+        if (!c.isSpace()) {
+            joined.append(c);
+        }
+    }
+    if (joined != code) {
+        error = QStringLiteral("barcode '%1' holds a blank: give it as one word, e.g. %2")
+                    .arg(code, joined);
+        return false;
+    }
+    QString digits;
+    if (digitsWithLookAlikes(code, digits)) {
+        int i = 0;
+        while (code[i] == digits[i]) {
+            ++i;
+        }
+        error = QStringLiteral("barcode %1 has the letter %2 among its digits: did you mean %3?")
+                    .arg(code, code[i], digits);
+        return false;
+    }
+    if (code.size() > barcodeSize) {
+        error = QStringLiteral("barcode '%1' has %2 characters; the register takes at most %3")
+                    .arg(code)
+                    .arg(code.size())
+                    .arg(barcodeSize);
+        return false;
+    }
+    for (const QChar c : code) {
         if (c.unicode() <= ' ' || c.unicode() > '~' || c == QLatin1Char(',')) {
             error = QStringLiteral(
                         "barcode '%1' may hold only printable ASCII characters without "
                         "blanks or commas")
-                        .arg(text);
+                        .arg(code);
             return false;
         }
     }
-    barcode = trimmed;
+    if (Gs1::HasCheckDigit(code)) {
+        const QChar expected = Gs1::CheckDigit(code.left(code.size() - 1));
+        if (expected != code.back()) {
+            error = QStringLiteral(
+                        "barcode %1 has a wrong check digit: it should end in %2 (%3); check "
+                        "the digits against the label")
+                        .arg(code, QString(expected), code.left(code.size() - 1) + expected);
+            return false;
+        }
+    }
+    barcode = code;
     return true;
 }
 

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "SettingsCommands.h"
 #include "Tool.h"
 
 // Every command: what it does, how it uses the database, and one example of its use. Groups
@@ -29,11 +30,10 @@ const QList<Command>& Tool::Commands() {
          &PriceCommands()},
         {"barcode", "add, list, delete or walk barcodes", RunBarcode, A::Write, nullptr,
          "barcode list 12345"},
-        {"dept", "list, show, set, reset or name departments", RunDept, A::Write, nullptr,
-         "dept list"},
-        {"tax", "list, set or reset tax rates", RunTax, A::Write, nullptr, "tax list"},
-        {"prefix", "list, add, remove, reset or classify label prefixes", RunPrefix, A::Write,
-         nullptr, "prefix list"},
+        {"dept", "list, show, set, reset or name departments", nullptr, A::None, &DeptCommands()},
+        {"tax", "list, set or reset tax rates", nullptr, A::None, &TaxCommands()},
+        {"prefix", "list, add, remove, reset or classify label prefixes", nullptr, A::None,
+         &PrefixCommands()},
         {"import", "load a CSV price list (all rows or none)", RunImport, A::Write, nullptr,
          "import --dry-run cennik.csv"},
         {"export", "write the catalogue as a CSV price list", RunExport, A::Read, nullptr,
