@@ -1,13 +1,16 @@
-// Commands on single articles: add, edit, delete, show, list, next, prev, first-free-plu, count,
-// scan and search.
+// Commands on single articles: add, edit, delete, show, list, next, prev, first-free-plu, count
+// and scan.
 
 #include <QJsonArray>
 #include <QJsonObject>
 
 #include "ArticleInput.h"
 #include "ArticleView.h"
+#include "CatalogueWalk.h"
 #include "CatalogueWriter.h"
 #include "Commands.h"
+#include "Gs1.h"
+#include "SpecialBarcodePrefix.h"
 #include "TablePrinter.h"
 #include "Tool.h"
 
@@ -15,6 +18,7 @@ namespace {
 
 constexpr unsigned int highestPlu = 4294967295u;
 constexpr unsigned int gramsPerKilogram = 1000;
+constexpr int ean13Length = 13;
 
 // The options that set article fields, shared by add and edit.
 struct ArticleOptions {
@@ -124,37 +128,12 @@ bool findPlu(Tool& tool, unsigned int plu, Article& article, int& exit) {
     if (result == 0) {
         return true;
     }
-    exit = result == 3 ? tool.Fail(EXIT_NOT_FOUND, QStringLiteral("no article has PLU %1").arg(plu),
-                                   QStringLiteral("'articlectl list' shows the PLUs in use"))
-                       : tool.Fail(ExitCodeFor(result),
-                                   QStringLiteral("PLU %1 could not be looked up").arg(plu));
+    exit = result == ArticleSeeker::RESULT_NOT_FOUND
+               ? tool.Fail(EXIT_NOT_FOUND, QStringLiteral("no article has PLU %1").arg(plu),
+                           QStringLiteral("'articlectl list' shows the PLUs in use"))
+               : tool.Fail(ExitCodeFor(result),
+                           QStringLiteral("PLU %1 could not be looked up").arg(plu));
     return false;
-}
-
-QJsonObject briefJson(const Article& article) {
-    return QJsonObject{{QStringLiteral("id"), static_cast<qint64>(article.id)},
-                       {QStringLiteral("plu"), static_cast<qint64>(article.pluNo)},
-                       {QStringLiteral("name"), article.name},
-                       {QStringLiteral("price"), ArticleView::Price(article.price)},
-                       {QStringLiteral("main_barcode"), article.mainBarcode}};
-}
-
-void printArticles(Tool& tool, const QVector<Article>& articles) {
-    if (tool.Json()) {
-        QJsonArray list;
-        for (const Article& article : articles) {
-            list.append(briefJson(article));
-        }
-        tool.PrintJson(list);
-        return;
-    }
-    TablePrinter table({QStringLiteral("PLU>"), QStringLiteral("NAME"), QStringLiteral("PRICE>"),
-                        QStringLiteral("UNIT"), QStringLiteral("BARCODE")});
-    for (const Article& article : articles) {
-        table.AddRow({QString::number(article.pluNo), article.name,
-                      ArticleView::Price(article.price), article.unitName, article.mainBarcode});
-    }
-    table.Print(tool.Out());
 }
 
 // The amount to pay for one scan: the label's price, the weight times the price per kilogram
@@ -167,6 +146,23 @@ qint64 amountToPay(const Article& article, bool special, const SpecialBarcodeRea
         return (article.price * reading.value + gramsPerKilogram / 2) / gramsPerKilogram;
     }
     return article.price;
+}
+
+// The longest label prefix on file that `code` begins with; empty when none does.
+QString labelPrefixOf(Tool& tool, const QString& code) {
+    QList<SpecialBarcodePrefix*> prefixes;
+    QString longest;
+    if (tool.Articles().GetBarcodePrefixDBManager()->LoadPrefixesByType(SPECIAL_BARCODE_NONE,
+                                                                        prefixes) == 0) {
+        for (const SpecialBarcodePrefix* prefix : prefixes) {
+            if (!prefix->GetPrefix().isEmpty() && code.startsWith(prefix->GetPrefix()) &&
+                prefix->GetPrefix().size() > longest.size()) {
+                longest = prefix->GetPrefix();
+            }
+        }
+    }
+    qDeleteAll(prefixes);
+    return longest;
 }
 
 QString kindName(SpecialBarcodeSubjectType type) {
@@ -381,8 +377,9 @@ int RunShow(Tool& tool, const QStringList& arguments) {
     }
     if (result != 0) {
         return tool.Fail(ExitCodeFor(result),
-                         result == 3 ? QStringLiteral("no article matches '%1'").arg(key)
-                         : result == 8
+                         result == ArticleSeeker::RESULT_NOT_FOUND
+                             ? QStringLiteral("no article matches '%1'").arg(key)
+                         : result == ArticleSeeker::RESULT_AMBIGUOUS_BARCODE
                              ? QStringLiteral("barcode %1 is on more than one article").arg(key)
                              : QStringLiteral("the lookup failed"));
     }
@@ -423,28 +420,56 @@ int RunList(Tool& tool, const QStringList& arguments) {
         (range.size() > 1 && !readPlu(tool, input, range[1], to, exit))) {
         return exit;
     }
-    QList<ArticleBrief> briefs;
-    const int result =
-        tool.Articles().GetSeeker()->FindPluInRange(from, to, briefs, parser.isSet(handy));
-    if (result != 0 && result != 3) {
-        return tool.Fail(ExitCodeFor(result), QStringLiteral("the articles could not be listed"));
+    if (from > to) {
+        return tool.Fail(EXIT_USAGE,
+                         QStringLiteral("the range %1-%2 is reversed").arg(from).arg(to),
+                         QStringLiteral("give the lower PLU first"));
     }
+    // A page at a time: JSON is printed as it is read; the table needs every row for its
+    // column widths.
+    ArticleView::ExtraBarcodeReader extras(tool.Articles(), tool.Database());
+    std::unique_ptr<ArticleView::JsonListPrinter> json;
     if (tool.Json()) {
-        QJsonArray list;
-        for (const ArticleBrief& brief : briefs) {
-            list.append(QJsonObject{{QStringLiteral("id"), static_cast<qint64>(brief.id)},
-                                    {QStringLiteral("plu"), static_cast<qint64>(brief.pluNo)},
-                                    {QStringLiteral("name"), brief.name}});
-        }
-        tool.PrintJson(list);
-    } else {
-        TablePrinter table({QStringLiteral("PLU>"), QStringLiteral("ID>"), QStringLiteral("NAME")});
-        for (const ArticleBrief& brief : briefs) {
-            table.AddRow({QString::number(brief.pluNo), QString::number(brief.id), brief.name});
-        }
-        table.Print(tool.Out());
+        json =
+            std::make_unique<ArticleView::JsonListPrinter>(tool.Out(), QStringLiteral("articles"));
     }
-    return result == 3 ? EXIT_NOT_FOUND : EXIT_DONE;
+    QVector<Article> articles;
+    int count = 0;
+    QList<Article> page;
+    for (unsigned int next = from;;) {
+        const int result = tool.Articles().GetSeeker()->FindNextPlu(next, pageSize, page, false);
+        if (result == ArticleSeeker::RESULT_NOT_FOUND) {
+            break;
+        }
+        if (result != ArticleSeeker::RESULT_FOUND) {
+            if (json) {
+                json->Finish({{QStringLiteral("count"), count}});
+            }
+            return tool.Fail(ExitCodeFor(result),
+                             QStringLiteral("the articles could not be listed"));
+        }
+        for (const Article& article : page) {
+            if (article.pluNo > to || (parser.isSet(handy) && !article.onHandyList)) {
+                continue;
+            }
+            ++count;
+            if (json) {
+                json->Add(ArticleView::Json(article, extras.Of(article)));
+            } else {
+                articles.append(article);
+            }
+        }
+        if (page.last().pluNo >= to) {
+            break;
+        }
+        next = page.last().pluNo + 1;
+    }
+    if (json) {
+        json->Finish({{QStringLiteral("count"), count}});
+    } else {
+        ArticleView::PrintTable(tool.Out(), articles);
+    }
+    return count == 0 ? EXIT_NOT_FOUND : EXIT_DONE;
 }
 
 namespace {
@@ -473,19 +498,20 @@ int runStep(Tool& tool, const QStringList& arguments, bool forward) {
     const int result =
         forward ? seeker->FindNextPlu(plu, found, false) : seeker->FindPrevPlu(plu, found, false);
     if (result != 0) {
-        return tool.Fail(
-            ExitCodeFor(result),
-            result == 3 ? QStringLiteral("no article %1 PLU %2")
-                              .arg(forward ? QStringLiteral("after") : QStringLiteral("before"))
-                              .arg(plu)
-                        : QStringLiteral("the lookup failed"));
+        return tool.Fail(ExitCodeFor(result), result == ArticleSeeker::RESULT_NOT_FOUND
+                                                  ? QStringLiteral("no article %1 PLU %2")
+                                                        .arg(forward ? QStringLiteral("after")
+                                                                     : QStringLiteral("before"))
+                                                        .arg(plu)
+                                                  : QStringLiteral("the lookup failed"));
     }
     Article article;
     if (!findPlu(tool, found, article, exit)) {
         return exit;
     }
     if (tool.Json()) {
-        tool.PrintJson(briefJson(article));
+        tool.PrintJson(
+            ArticleView::Json(article, ArticleView::ExtraBarcodes(tool.Articles(), article)));
     } else {
         tool.Out() << ArticleView::Line(article) << "\n";
     }
@@ -554,7 +580,7 @@ int RunCount(Tool& tool, const QStringList& arguments) {
     unsigned int count = 0;
     const int result =
         tool.Articles().GetSeeker()->CountPluInRange(from, to, count, parser.isSet(handy));
-    if (result == 7) {
+    if (result == ArticleSeeker::RESULT_INVALID_RANGE) {
         return tool.Fail(EXIT_USAGE,
                          QStringLiteral("the range %1-%2 is reversed").arg(from).arg(to),
                          QStringLiteral("give the lower PLU first"));
@@ -584,45 +610,73 @@ int RunScan(Tool& tool, const QStringList& arguments) {
         return EXIT_DATABASE;
     }
     const QString code = parser.positionalArguments().first();
+    const bool checkDigitWrong = !Gs1::CheckDigitValid(code);
+    const QString expectedDigit =
+        checkDigitWrong ? QString(Gs1::CheckDigit(code.left(code.size() - 1))) : QString();
+    // A label the scale misprinted or the scanner misread is not read as a label at all: the
+    // register looks the whole code up as an ordinary barcode, and finds nothing or the wrong
+    // article. Say so rather than "not found".
+    const QString labelPrefix =
+        checkDigitWrong && code.size() == ean13Length ? labelPrefixOf(tool, code) : QString();
+    if (!labelPrefix.isEmpty()) {
+        return tool.Fail(
+            EXIT_USAGE,
+            QStringLiteral("%1 begins with the label prefix %2 but its check digit is wrong "
+                           "(%3, should be %4): the register does not read it as a scale label")
+                .arg(code, labelPrefix, QString(code.back()), expectedDigit),
+            QStringLiteral("scan the label again, or print a new one"));
+    }
     SpecialBarcodeReading reading;
     const bool special =
         tool.Articles().GetBarcodeManager()->GetSpecialBarcodeRecognizer()->Read(code, reading);
     Article article;
     const int result = tool.Articles().GetSeeker()->FindArticleByBarcode(code, article, false);
-    if (result == 3) {
+    if (result == ArticleSeeker::RESULT_NOT_FOUND) {
         return tool.Fail(
             EXIT_NOT_FOUND,
             special
                 ? QStringLiteral("scale label %1 names article barcode %2, which no article has")
                       .arg(code, reading.articleBarcode)
+            : checkDigitWrong
+                ? QStringLiteral("no article has barcode %1, whose check digit is wrong (should "
+                                 "be %2): a misread?")
+                      .arg(code, expectedDigit)
                 : QStringLiteral("no article has barcode %1").arg(code),
-            QStringLiteral("add it with 'articlectl barcode add PLU %1'")
-                .arg(special ? reading.articleBarcode : code));
+            checkDigitWrong && !special
+                ? QStringLiteral("scan it again")
+                : QStringLiteral("add it with 'articlectl barcode add PLU %1'")
+                      .arg(special ? reading.articleBarcode : code));
     }
-    if (result == 8) {
+    if (result == ArticleSeeker::RESULT_AMBIGUOUS_BARCODE) {
         return tool.Fail(
             EXIT_REFUSED, QStringLiteral("barcode %1 is on more than one article").arg(code),
             QStringLiteral("remove it from the wrong one with 'articlectl barcode delete'"));
     }
-    if (result != 0) {
+    if (result != ArticleSeeker::RESULT_FOUND) {
         return tool.Fail(ExitCodeFor(result), QStringLiteral("the lookup failed"));
     }
     const qint64 toPay = amountToPay(article, special, reading);
     if (tool.Json()) {
-        QJsonObject scan{
+        QJsonValue label = QJsonValue::Null;
+        if (special) {
+            const bool weight = reading.type == SPECIAL_BARCODE_WEIGHT;
+            const bool price = reading.type == SPECIAL_BARCODE_PRICE;
+            label = QJsonObject{
+                {QStringLiteral("prefix"), reading.prefix},
+                {QStringLiteral("kind"), kindName(reading.type)},
+                {QStringLiteral("article_barcode"), reading.articleBarcode},
+                {QStringLiteral("value"), static_cast<qint64>(reading.value)},
+                {QStringLiteral("weight_kg"),
+                 weight ? QJsonValue(reading.value / 1000.0) : QJsonValue(QJsonValue::Null)},
+                {QStringLiteral("price"),
+                 price ? ArticleView::Money(reading.value) : QJsonValue(QJsonValue::Null)}};
+        }
+        tool.PrintJson(QJsonObject{
             {QStringLiteral("code"), code},
+            {QStringLiteral("label"), label},
             {QStringLiteral("article"),
              ArticleView::Json(article, ArticleView::ExtraBarcodes(tool.Articles(), article))},
-            {QStringLiteral("to_pay"), ArticleView::Price(toPay)},
-            {QStringLiteral("sale_blocked"), article.saleBlocked}};
-        if (special) {
-            scan.insert(QStringLiteral("label"),
-                        QJsonObject{{QStringLiteral("prefix"), reading.prefix},
-                                    {QStringLiteral("kind"), kindName(reading.type)},
-                                    {QStringLiteral("value"), static_cast<qint64>(reading.value)},
-                                    {QStringLiteral("article_barcode"), reading.articleBarcode}});
-        }
-        tool.PrintJson(scan);
+            {QStringLiteral("to_pay"), ArticleView::Money(toPay)}});
         return EXIT_DONE;
     }
     QTextStream& out = tool.Out();
@@ -643,36 +697,4 @@ int RunScan(Tool& tool, const QStringList& arguments) {
         out << "To pay: " << ArticleView::Price(toPay) << "\n";
     }
     return EXIT_DONE;
-}
-
-int RunSearch(Tool& tool, const QStringList& arguments) {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "The register's incremental search: articles whose name or main barcode holds TEXT "
-        "(case does not matter; % and _ are wildcards), those beginning with it first."));
-    parser.addPositionalArgument(QStringLiteral("TEXT"), QStringLiteral("What was typed."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("search"), arguments, 1, 1, true);
-    if (exit >= 0) {
-        return exit;
-    }
-    if (!tool.StartLibrary()) {
-        return EXIT_DATABASE;
-    }
-    const QString text = parser.positionalArguments().first();
-    QVector<Article> byName;
-    QVector<Article> byBarcode;
-    ArticleSeeker* seeker = tool.Articles().GetSeeker();
-    const int names = seeker->FindNameInfix(text, byName);
-    const int barcodes = seeker->FindByBarcodeInfix(text, byBarcode);
-    if (names != 0 || barcodes != 0) {
-        return tool.Fail(ExitCodeFor(names != 0 ? names : barcodes),
-                         QStringLiteral("the search failed"));
-    }
-    for (const Article& article : byBarcode) {
-        if (!byName.contains(article)) {
-            byName.append(article);
-        }
-    }
-    printArticles(tool, byName);
-    return byName.isEmpty() ? EXIT_NOT_FOUND : EXIT_DONE;
 }

@@ -1,5 +1,7 @@
 // barcode add|list|delete|walk.
 
+#include "BarcodeCommands.h"
+
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -109,11 +111,10 @@ int listBarcodes(Tool& tool, const QStringList& arguments) {
     if (tool.Json()) {
         QJsonArray list;
         for (const Barcode* barcode : barcodes.GetBarcodes()) {
-            list.append(QJsonObject{{QStringLiteral("id"), static_cast<qint64>(barcode->GetId())},
-                                    {QStringLiteral("barcode"), barcode->GetBarcode()},
-                                    {QStringLiteral("main"), barcode->IsMain()}});
+            list.append(ArticleView::Json(*barcode, article.pluNo));
         }
-        tool.PrintJson(list);
+        tool.PrintJson(QJsonObject{{QStringLiteral("count"), list.size()},
+                                   {QStringLiteral("barcodes"), list}});
     } else {
         TablePrinter table(
             {QStringLiteral("ID>"), QStringLiteral("BARCODE"), QStringLiteral("KIND")});
@@ -179,11 +180,7 @@ int walkBarcodes(Tool& tool, const QStringList& arguments) {
         }
         Article article;
         tool.Articles().GetSeeker()->FindById(barcode.GetArticleId(), article, false);
-        list.append(
-            QJsonObject{{QStringLiteral("index"), static_cast<qint64>(index)},
-                        {QStringLiteral("article_id"), static_cast<qint64>(barcode.GetArticleId())},
-                        {QStringLiteral("plu"), static_cast<qint64>(article.pluNo)},
-                        {QStringLiteral("barcode"), barcode.GetBarcode()}});
+        list.append(ArticleView::Json(barcode, article.pluNo));
         table.AddRow({QString::number(index), QString::number(article.pluNo), barcode.GetBarcode(),
                       article.name});
     }
@@ -191,7 +188,8 @@ int walkBarcodes(Tool& tool, const QStringList& arguments) {
         return tool.Fail(ExitCodeFor(result), QStringLiteral("the walk over the barcodes failed"));
     }
     if (tool.Json()) {
-        tool.PrintJson(list);
+        tool.PrintJson(QJsonObject{{QStringLiteral("count"), list.size()},
+                                   {QStringLiteral("barcodes"), list}});
     } else {
         table.Print(tool.Out());
     }
@@ -200,28 +198,16 @@ int walkBarcodes(Tool& tool, const QStringList& arguments) {
 
 }  // namespace
 
-int RunBarcode(Tool& tool, const QStringList& arguments) {
-    const QString sub = arguments.value(0);
-    const QStringList rest = arguments.mid(1);
-    if (sub == QLatin1String("add")) {
-        return addBarcode(tool, rest);
-    }
-    if (sub == QLatin1String("list")) {
-        return listBarcodes(tool, rest);
-    }
-    if (sub == QLatin1String("delete")) {
-        return deleteBarcode(tool, rest);
-    }
-    if (sub == QLatin1String("walk")) {
-        return walkBarcodes(tool, rest);
-    }
-    if (sub == QLatin1String("--help") || sub == QLatin1String("-h")) {
-        tool.Out() << "Usage: articlectl barcode add PLU CODE [--main]\n"
-                      "       articlectl barcode list PLU\n"
-                      "       articlectl barcode delete CODE\n"
-                      "       articlectl barcode walk\n";
-        return EXIT_DONE;
-    }
-    return tool.Fail(EXIT_USAGE, QStringLiteral("'barcode' needs add, list, delete or walk"),
-                     QStringLiteral("see 'articlectl barcode --help'"));
+const QList<Command>& BarcodeCommands() {
+    static const QList<Command> commands = {
+        {"add", "add a barcode to an article (--main: as its main barcode)", addBarcode,
+         Access::Write, nullptr, "barcode add 12345 5901234123457"},
+        {"list", "list the barcodes of an article", listBarcodes, Access::Read, nullptr,
+         "barcode list 12345 --json"},
+        {"delete", "delete an additional barcode", deleteBarcode, Access::Write, nullptr,
+         "barcode delete 5901234123457"},
+        {"walk", "list every additional barcode of the catalogue", walkBarcodes, Access::Read,
+         nullptr, "barcode walk"},
+    };
+    return commands;
 }

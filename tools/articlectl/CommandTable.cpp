@@ -1,3 +1,4 @@
+#include "BarcodeCommands.h"
 #include "Commands.h"
 #include "SettingsCommands.h"
 #include "Tool.h"
@@ -28,8 +29,7 @@ const QList<Command>& Tool::Commands() {
          "search --fold zolty"},
         {"price", "set one price, or convert all prices to a new currency", nullptr, A::None,
          &PriceCommands()},
-        {"barcode", "add, list, delete or walk barcodes", RunBarcode, A::Write, nullptr,
-         "barcode list 12345"},
+        {"barcode", "add, list, delete or walk barcodes", nullptr, A::None, &BarcodeCommands()},
         {"dept", "list, show, set, reset or name departments", nullptr, A::None, &DeptCommands()},
         {"tax", "list, set or reset tax rates", nullptr, A::None, &TaxCommands()},
         {"prefix", "list, add, remove, reset or classify label prefixes", nullptr, A::None,
@@ -40,6 +40,8 @@ const QList<Command>& Tool::Commands() {
          "export --excel cennik.csv"},
         {"clear", "remove every article (refused while receipts exist)", RunClear, A::Write,
          nullptr, "--receipts /var/register/receipts.db clear"},
+        {"check", "check the file and the catalogue for damage, without changing them", RunCheck,
+         A::None, nullptr, "check --json"},
         {"stats", "counts and sizes of the catalogue", RunStats, A::Read, nullptr, "stats --json"},
         {"backup", "copy the catalogue into FILE.backups/, or list the copies", RunBackup, A::Read,
          nullptr, "backup --list"},
