@@ -508,5 +508,5 @@ int RunCheck(Tool& tool, const QStringList& arguments) {
                        << (report.Count() == 1 ? "" : "s") << " found\n";
         }
     }
-    return report.Count() == 0 ? EXIT_DONE : EXIT_NOT_FOUND;
+    return report.Count() == 0 ? EXIT_DONE : EXIT_PROBLEMS;
 }
