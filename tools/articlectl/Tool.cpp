@@ -137,7 +137,13 @@ int Tool::usage(const QString& message, const QString& command) {
 
 int Tool::Fail(int code, const QString& message, const QString& hint) {
     out.flush();
-    err << toolName << ": " << message << "\n";
+    // A database failure always carries SQLite's own reason, whichever command met it.
+    const QString reason = code == EXIT_DATABASE && articles ? articles->GetLastError() : QString();
+    err << toolName << ": " << message;
+    if (!reason.isEmpty() && !message.contains(reason)) {
+        err << ": " << reason;
+    }
+    err << "\n";
     if (!hint.isEmpty()) {
         err << "  " << hint << "\n";
     }
