@@ -90,6 +90,16 @@ TEST_F(Articlectl, AReadOnlyCatalogueIsReadButNeverBlamedOnTheInput) {
     ASSERT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--plu"), QStringLiteral("7"),
                      QStringLiteral("--name"), QStringLiteral("Chleb")})
                      .exit);
+    {
+        // A write the database refuses is reported with SQLite's own reason.
+        RawSqlite shop(Path(QStringLiteral("shop.db")));
+        shop.FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+        const Outcome refused = Do({QStringLiteral("price"), QStringLiteral("set"),
+                                    QStringLiteral("7"), QStringLiteral("2")});
+        EXPECT_EQ(4, refused.exit);
+        EXPECT_TRUE(refused.err.contains(QStringLiteral("injected"))) << refused.err.toStdString();
+        shop.StopFailing(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+    }
     // Root writes read-only files: the tool then runs as nobody, who may only read.
     const bool asNobody = geteuid() == 0;
     if (asNobody && !QFile::exists(QStringLiteral("/usr/bin/setpriv"))) {
