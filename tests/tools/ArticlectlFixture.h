@@ -42,6 +42,20 @@ protected:
                        QString::fromUtf8(process.readAllStandardError())};
     }
 
+    // The same with `input` on the tool's standard input.
+    Outcome DoWithInput(const QStringList& arguments, const QByteArray& input) {
+        QProcess process;
+        process.setWorkingDirectory(dir.path());
+        process.start(
+            QStringLiteral(ARTICLECTL_PATH),
+            QStringList{QStringLiteral("--db"), Path(QStringLiteral("shop.db"))} + arguments);
+        process.write(input);
+        process.closeWriteChannel();
+        process.waitForFinished(60000);
+        return Outcome{process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                       QString::fromUtf8(process.readAllStandardError())};
+    }
+
     qint64 Count() {
         return Do({QStringLiteral("count"), QStringLiteral("--json")})
             .Json()[QStringLiteral("count")]

@@ -1,13 +1,36 @@
 #include "CatalogueWriter.h"
 
+#include "PriceValue.h"
+
 CatalogueWriter::CatalogueWriter(ArticleManager& manager) : manager(manager) {}
+
+QString CatalogueWriter::Normalised(const QString& barcode) {
+    QString article;
+    return manager.GetBarcodeManager()->GetSpecialBarcodeRecognizer()->getArticleBarcode(barcode,
+                                                                                         article)
+               ? article
+               : barcode;
+}
+
+int CatalogueWriter::ExtraBarcodes(unsigned int articleId, QStringList& extras) {
+    extras.clear();
+    ArticleBarcodes barcodes(articleId);
+    const int result = manager.GetBarcodeManager()->Load(barcodes);
+    for (const Barcode* barcode : barcodes.GetBarcodes()) {
+        if (!barcode->IsMain()) {
+            extras.append(barcode->GetBarcode());
+        }
+    }
+    return result;
+}
 
 int CatalogueWriter::addBarcode(unsigned int articleId, const QString& barcode, bool isMain,
                                 QString& error) {
     const int result = manager.GetBarcodeManager()->AddRecord(articleId, barcode, isMain);
     if (result == DB_OPERATION_ALREADY_EXISTS) {
         Article owner;
-        const bool known = manager.GetSeeker()->FindArticleByBarcode(barcode, owner, false) == 0;
+        const bool known = manager.GetSeeker()->FindArticleByBarcode(barcode, owner, false) ==
+                           ArticleSeeker::RESULT_FOUND;
         error = known ? QStringLiteral("barcode %1 already belongs to PLU %2 (%3)")
                             .arg(barcode)
                             .arg(owner.pluNo)
@@ -19,49 +42,39 @@ int CatalogueWriter::addBarcode(unsigned int articleId, const QString& barcode, 
     return result;
 }
 
-int CatalogueWriter::Write(const Article& given, const QStringList& extraBarcodes, Mode mode,
-                           QString& error, std::optional<unsigned int> storedId) {
-    Article article = given;
-    Article stored;
-    int found = 3;
-    if (!storedId) {
-        found = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
-    } else if (*storedId != 0) {
-        found = 0;
-        stored.id = *storedId;
-    }
-    if (found == 0 && mode == CreateOnly) {
-        error =
-            QStringLiteral("PLU %1 is already taken by \"%2\"").arg(article.pluNo).arg(stored.name);
-        return DB_OPERATION_ALREADY_EXISTS;
-    }
-    if (found != 0 && found != 3) {
-        error = QStringLiteral("PLU %1 could not be looked up").arg(article.pluNo);
-        return found;
-    }
-    int result = DB_OPERATION_SUCCESS;
-    if (found == 0) {
-        article.id = stored.id;
-        result = manager.GetEditor()->EditRecord(article);
-        if (result == DB_OPERATION_SUCCESS) {
-            result = manager.GetBarcodeManager()->DeleteBarcodes(article.id, ALL_BARCODES);
-        }
-    } else {
-        result = manager.GetEditor()->AddRecord(article);
-        if (result == DB_OPERATION_SUCCESS) {
-            result = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
-            article.id = stored.id;
-        }
+int CatalogueWriter::articleResult(int result, const Article& article, QString& error) {
+    if (result == DB_OPERATION_SUCCESS) {
+        return result;
     }
     if (result == DB_OPERATION_CONSTRAINT) {
-        error =
-            QStringLiteral("the name \"%1\" is already used by another article").arg(article.name);
-        return result;
+        // The PLU was looked up first, so the name is the one unique column left; a constraint
+        // that is not a taken name is the database's failure, not the article's.
+        Article owner;
+        if (manager.GetSeeker()->FindName(article.name, owner) == ArticleSeeker::RESULT_FOUND &&
+            owner.name == article.name && owner.id != article.id) {
+            error = QStringLiteral("the name \"%1\" is already used by PLU %2")
+                        .arg(article.name)
+                        .arg(owner.pluNo);
+            return result;
+        }
+        result = DB_OPERATION_ERROR;
     }
+    error = QStringLiteral("PLU %1 could not be stored").arg(article.pluNo);
+    return result;
+}
+
+int CatalogueWriter::Add(Article& article, const QStringList& extraBarcodes, QString& error) {
+    int result = articleResult(manager.GetEditor()->AddRecord(article), article, error);
     if (result != DB_OPERATION_SUCCESS) {
-        error = QStringLiteral("PLU %1 could not be stored").arg(article.pluNo);
         return result;
     }
+    Article stored;
+    result = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
+    if (result != ArticleSeeker::RESULT_FOUND) {
+        error = QStringLiteral("PLU %1 could not be read back").arg(article.pluNo);
+        return DB_OPERATION_ERROR;
+    }
+    article.id = stored.id;
     if (!article.mainBarcode.isEmpty()) {
         result = addBarcode(article.id, article.mainBarcode, true, error);
         if (result != DB_OPERATION_SUCCESS) {
@@ -75,4 +88,72 @@ int CatalogueWriter::Write(const Article& given, const QStringList& extraBarcode
         }
     }
     return DB_OPERATION_SUCCESS;
+}
+
+int CatalogueWriter::Update(const Article& stored, const Article& given,
+                            const QStringList* extraBarcodes, QString& error) {
+    Article article = given;
+    article.id = stored.id;
+    article.mainBarcode = Normalised(article.mainBarcode);
+    ArticleBarcodeManager* barcodes = manager.GetBarcodeManager();
+    const bool mainChanged = article.mainBarcode != stored.mainBarcode;
+    // The old rows go first, so that a barcode moving between the main and the additional
+    // ones is not taken for another article's.
+    if (mainChanged && barcodes->DeleteBarcodes(article.id, MAIN_BARCODE) != 0) {
+        error = QStringLiteral("the barcodes of PLU %1 could not be changed").arg(article.pluNo);
+        return DB_OPERATION_ERROR;
+    }
+    if (extraBarcodes && barcodes->DeleteBarcodes(article.id, ADDITIONAL_BARCODES) != 0) {
+        error = QStringLiteral("the barcodes of PLU %1 could not be changed").arg(article.pluNo);
+        return DB_OPERATION_ERROR;
+    }
+    Article samePrice = article;
+    samePrice.price = stored.price;
+    if (samePrice == stored && article.price != stored.price) {
+        // The price alone: rewriting the whole row would also queue the name for the search
+        // index, which a price list of a whole catalogue makes a large part of its work.
+        if (manager.GetEditor()->UpdateArticlePrice(article.pluNo, PriceValue(article.price)) !=
+            DB_OPERATION_SUCCESS) {
+            error = QStringLiteral("the price of PLU %1 could not be stored").arg(article.pluNo);
+            return DB_OPERATION_ERROR;
+        }
+    } else if (article != stored) {
+        const int result = articleResult(manager.GetEditor()->EditRecord(article), article, error);
+        if (result != DB_OPERATION_SUCCESS) {
+            return result;
+        }
+    }
+    if (mainChanged && !article.mainBarcode.isEmpty()) {
+        const int result = addBarcode(article.id, article.mainBarcode, true, error);
+        if (result != DB_OPERATION_SUCCESS) {
+            return result;
+        }
+    }
+    for (const QString& barcode : extraBarcodes ? *extraBarcodes : QStringList()) {
+        const int result = addBarcode(article.id, barcode, false, error);
+        if (result != DB_OPERATION_SUCCESS) {
+            return result;
+        }
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+int CatalogueWriter::Write(const Article& given, const QStringList& extraBarcodes, Mode mode,
+                           QString& error) {
+    Article article = given;
+    Article stored;
+    const int found = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
+    if (found == ArticleSeeker::RESULT_FOUND && mode == CreateOnly) {
+        error =
+            QStringLiteral("PLU %1 is already taken by \"%2\"").arg(article.pluNo).arg(stored.name);
+        return DB_OPERATION_ALREADY_EXISTS;
+    }
+    if (found == ArticleSeeker::RESULT_FOUND) {
+        return Update(stored, article, &extraBarcodes, error);
+    }
+    if (found != ArticleSeeker::RESULT_NOT_FOUND) {
+        error = QStringLiteral("PLU %1 could not be looked up").arg(article.pluNo);
+        return found;
+    }
+    return Add(article, extraBarcodes, error);
 }

@@ -1,32 +1,201 @@
 #include "Csv.h"
 
-CsvReader::CsvReader(const QByteArray& bytes) : text(QString::fromUtf8(bytes)) {
-    if (text.startsWith(QChar(0xFEFF))) {
-        position = 1;
+#include <QTextCodec>
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr int chunkSize = 64 * 1024;
+// A record longer than this is broken (a register's row is well under 1 KiB); past it the
+// reader stops keeping the record, so a missing quote cannot pull a whole file into memory.
+constexpr int maxRecordBytes = 1024 * 1024;
+
+// The offset of the first byte of `data` that does not belong to well-formed UTF-8 (overlong
+// forms, surrogates and values past U+10FFFF included), or -1.
+int invalidUtf8(const char* data, int size) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(data);
+    int i = 0;
+    while (i < size) {
+        const unsigned char c = bytes[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        int length = 0;
+        unsigned char low = 0x80;
+        unsigned char high = 0xBF;
+        if (c >= 0xC2 && c <= 0xDF) {
+            length = 2;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+            length = 3;
+            low = c == 0xE0 ? 0xA0 : 0x80;
+            high = c == 0xED ? 0x9F : 0xBF;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+            length = 4;
+            low = c == 0xF0 ? 0x90 : 0x80;
+            high = c == 0xF4 ? 0x8F : 0xBF;
+        } else {
+            return i;
+        }
+        if (i + length > size || bytes[i + 1] < low || bytes[i + 1] > high) {
+            return i;
+        }
+        for (int k = 2; k < length; ++k) {
+            if (bytes[i + k] < 0x80 || bytes[i + k] > 0xBF) {
+                return i;
+            }
+        }
+        i += length;
     }
+    return -1;
 }
 
-double CsvReader::Progress() const {
-    return text.isEmpty() ? 1.0 : static_cast<double>(position) / text.size();
+}  // namespace
+
+CsvReader::CsvReader(QIODevice* device, char separator, QTextCodec* codec)
+    : device(device), codec(codec), separator(separator) {}
+
+CsvReader::CsvReader(const QByteArray& text)
+    : owned(std::make_unique<QBuffer>()), device(owned.get()), codec(nullptr), separator(',') {
+    owned->setData(text);
+    owned->open(QIODevice::ReadOnly);
 }
 
-bool CsvReader::Next(QStringList& fields, int& line) {
-    fields.clear();
-    error.clear();
-    const int n = text.size();
-    if (position >= n) {
+CsvReader::~CsvReader() = default;
+
+char CsvReader::DetectSeparator(const QByteArray& line) {
+    int commas = 0;
+    int semicolons = 0;
+    int tabs = 0;
+    bool quoted = false;
+    for (const char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (!quoted) {
+            commas += c == ',';
+            semicolons += c == ';';
+            tabs += c == '\t';
+        }
+    }
+    const int most = qMax(commas, qMax(semicolons, tabs));
+    if (most == 0) {
+        return ',';
+    }
+    if ((commas == most) + (semicolons == most) + (tabs == most) > 1) {
+        return 0;
+    }
+    return commas == most ? ',' : semicolons == most ? ';' : '\t';
+}
+
+bool CsvReader::fill() {
+    if (atEnd) {
         return false;
     }
+    const int before = buffer.size();
+    buffer.resize(before + chunkSize);
+    const qint64 got = device->read(buffer.data() + before, chunkSize);
+    buffer.resize(before + static_cast<int>(qMax<qint64>(got, 0)));
+    if (got <= 0) {
+        atEnd = true;
+        return false;
+    }
+    return true;
+}
+
+bool CsvReader::lookAhead(int position) {
+    while (position >= buffer.size()) {
+        if (!fill()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CsvReader::setFault(Fault kind, const QString& reason) {
+    if (fault == NoFault || kind > fault) {
+        fault = kind;
+        error = reason;
+    }
+    if (Fatal()) {
+        stopped = true;
+    }
+}
+
+bool CsvReader::begin() {
+    started = true;
+    lookAhead(3);
+    const QByteArray head = buffer.left(4);
+    if (head.startsWith("\xEF\xBB\xBF")) {
+        if (codec) {
+            setFault(Encoding,
+                     QStringLiteral("the file is UTF-8 (it begins with UTF-8's byte order mark), "
+                                    "not %1")
+                         .arg(QString::fromLatin1(codec->name())));
+            return false;
+        }
+        start = 3;
+    } else if (head.startsWith("\xFF\xFE") || head.startsWith("\xFE\xFF")) {
+        setFault(Binary, QStringLiteral("the file is UTF-16 text; save it as UTF-8"));
+        return false;
+    }
+    if (separator == 0) {
+        int end = start;
+        while (lookAhead(end) && buffer[end] != '\n' && end - start < maxRecordBytes) {
+            ++end;
+        }
+        separator = DetectSeparator(buffer.mid(start, end - start));
+        if (separator == 0) {
+            setFault(NoSeparator,
+                     QStringLiteral("cannot tell whether the columns are separated by commas, "
+                                    "semicolons or tabs: the first line has as many of two of "
+                                    "them"));
+            return false;
+        }
+    }
+    return true;
+}
+
+int CsvReader::skipLine(int position) {
+    // Drops the rest of an overlong line without keeping it.
+    for (;;) {
+        const int newline = buffer.indexOf('\n', position);
+        if (newline >= 0) {
+            return newline + 1;
+        }
+        consumed += buffer.size();
+        buffer.clear();
+        start = 0;
+        position = 0;
+        if (!fill()) {
+            return 0;
+        }
+    }
+}
+
+bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
     line = lineNumber;
-    QString field;
+    int position = start;
+    if (!lookAhead(position)) {
+        return false;
+    }
+    QByteArray field;
     bool quoted = false;     // inside quotes
     bool wasQuoted = false;  // the current field began with a quote
-    while (position < n) {
-        const QChar c = text[position];
+    int firstBreak = -1;     // the first line break inside quotes
+    int breaks = 0;          // line breaks inside quotes
+    QString problem;
+    bool overlong = false;
+    while (lookAhead(position)) {
+        if (position - start > maxRecordBytes) {
+            overlong = true;
+            break;
+        }
+        const char c = buffer[position];
         if (quoted) {
-            if (c == QLatin1Char('"')) {
-                if (position + 1 < n && text[position + 1] == QLatin1Char('"')) {
-                    field += QLatin1Char('"');
+            if (c == '"') {
+                if (lookAhead(position + 1) && buffer[position + 1] == '"') {
+                    field += '"';
                     position += 2;
                     continue;
                 }
@@ -34,57 +203,147 @@ bool CsvReader::Next(QStringList& fields, int& line) {
                 ++position;
                 continue;
             }
-            if (c == QLatin1Char('\n')) {
-                ++lineNumber;
+            if (c == '\n') {
+                ++breaks;
+                if (firstBreak < 0) {
+                    firstBreak = position;
+                }
             }
             field += c;
             ++position;
             continue;
         }
-        if (c == QLatin1Char(',')) {
-            fields.append(field);
+        if (c == separator) {
+            raw.append(field);
             field.clear();
             wasQuoted = false;
             ++position;
             continue;
         }
-        if (c == QLatin1Char('\r') && position + 1 < n && text[position + 1] == QLatin1Char('\n')) {
-            ++position;
-            continue;
+        if (c == '\n' || (c == '\r' && lookAhead(position + 1) && buffer[position + 1] == '\n')) {
+            position += c == '\n' ? 1 : 2;
+            break;
         }
-        if (c == QLatin1Char('\n')) {
-            ++position;
-            ++lineNumber;
-            fields.append(field);
-            return true;
-        }
-        if (c == QLatin1Char('"')) {
-            if (!field.isEmpty() || wasQuoted) {
-                error = QStringLiteral(
+        if (c == '"') {
+            if (field.isEmpty() && !wasQuoted) {
+                quoted = true;
+                wasQuoted = true;
+                ++position;
+                continue;
+            }
+            if (problem.isEmpty()) {
+                problem = QStringLiteral(
                     "a quote inside an unquoted field (double it and quote the field)");
             }
-            quoted = true;
-            wasQuoted = true;
-            ++position;
-            continue;
-        }
-        if (wasQuoted && error.isEmpty()) {
-            error = QStringLiteral("text after the closing quote of a field");
+        } else if (wasQuoted && problem.isEmpty()) {
+            problem = QStringLiteral("text after the closing quote of a field");
         }
         field += c;
         ++position;
     }
-    if (quoted) {
-        error = QStringLiteral("a quoted field is not closed");
+    raw.append(field);
+    if (quoted || overlong) {
+        problem = QStringLiteral("a quoted field is not closed");
     }
-    fields.append(field);
+    const bool broken = !problem.isEmpty() || (expectedFields > 0 && raw.size() != expectedFields);
+    if (firstBreak >= 0 && broken) {
+        // The quote most likely belongs to this line alone: report it, read on from the next.
+        setFault(Syntax, QStringLiteral("a quote on this line is not closed"));
+        position = firstBreak + 1;
+        breaks = 0;
+    } else if (overlong) {
+        setFault(Syntax, QStringLiteral("the line is longer than %1 bytes").arg(maxRecordBytes));
+        position = skipLine(position);
+        breaks = 0;
+    } else if (!problem.isEmpty()) {
+        setFault(Syntax, problem);
+    }
+    if (!checkText(position, line)) {
+        return true;
+    }
+    lineNumber += breaks + 1;
+    start = position;
     return true;
 }
 
-CsvWriter::CsvWriter(QIODevice* device) : device(device) {}
+bool CsvReader::checkText(int end, int line) {
+    const char* data = buffer.constData() + start;
+    const int size = qMax(0, end - start);
+    auto lineOf = [&](int offset) {
+        return line + static_cast<int>(std::count(data, data + offset, '\n'));
+    };
+    const char* nul = static_cast<const char*>(memchr(data, '\0', static_cast<size_t>(size)));
+    if (nul) {
+        lineNumber = lineOf(static_cast<int>(nul - data));
+        setFault(Binary, QStringLiteral("the file holds a NUL byte (is it UTF-16? save it as "
+                                        "UTF-8)"));
+        return false;
+    }
+    if (!codec) {
+        const int bad = invalidUtf8(data, size);
+        if (bad >= 0) {
+            lineNumber = lineOf(bad);
+            const auto byte = static_cast<unsigned char>(data[bad]);
+            setFault(Encoding, QStringLiteral("the text is not UTF-8 (byte 0x%1)")
+                                   .arg(QString::number(byte, 16).toUpper()));
+            return false;
+        }
+    }
+    return true;
+}
 
-QString CsvWriter::Field(const QString& value) {
-    const bool needsQuotes = value.contains(QLatin1Char(',')) || value.contains(QLatin1Char('"')) ||
+bool CsvReader::decode(const QList<QByteArray>& raw, QStringList& fields) {
+    for (const QByteArray& bytes : raw) {
+        if (!codec) {
+            fields.append(QString::fromUtf8(bytes));
+            continue;
+        }
+        QTextCodec::ConverterState state;
+        const QString text = codec->toUnicode(bytes.constData(), bytes.size(), &state);
+        if (state.invalidChars > 0 || text.contains(QChar(QChar::ReplacementCharacter))) {
+            setFault(Encoding, QStringLiteral("the text holds a byte that is no character of %1")
+                                   .arg(QString::fromLatin1(codec->name())));
+            return false;
+        }
+        fields.append(text);
+    }
+    return true;
+}
+
+bool CsvReader::Next(QStringList& fields, int& line) {
+    fields.clear();
+    error.clear();
+    fault = NoFault;
+    if (stopped) {
+        return false;
+    }
+    if (!started && !begin()) {
+        line = lineNumber;
+        return true;  // the fault is the record
+    }
+    if (start >= chunkSize) {
+        // Forget what was read, keeping the buffer about one chunk long.
+        buffer.remove(0, start);
+        consumed += start;
+        start = 0;
+    }
+    QList<QByteArray> raw;
+    if (!parse(raw, line)) {
+        return false;
+    }
+    if (Fatal()) {
+        line = lineNumber;
+        return true;
+    }
+    decode(raw, fields);  // a failure is the record's fault
+    return true;
+}
+
+CsvWriter::CsvWriter(QIODevice* device, char separator) : device(device), separator(separator) {}
+
+QString CsvWriter::Field(const QString& value, char separator) {
+    const bool needsQuotes = value.contains(QLatin1Char(separator)) ||
+                             value.contains(QLatin1Char('"')) ||
                              value.contains(QLatin1Char('\n')) ||
                              value.contains(QLatin1Char('\r')) || value != value.trimmed();
     if (!needsQuotes) {
@@ -98,7 +357,7 @@ QString CsvWriter::Field(const QString& value) {
 void CsvWriter::Write(const QStringList& fields) {
     QStringList encoded;
     for (const QString& field : fields) {
-        encoded.append(Field(field));
+        encoded.append(Field(field, separator));
     }
-    device->write((encoded.join(QLatin1Char(',')) + QStringLiteral("\r\n")).toUtf8());
+    device->write((encoded.join(QLatin1Char(separator)) + QStringLiteral("\r\n")).toUtf8());
 }
