@@ -32,6 +32,17 @@ TEST_F(Articlectl, MistypedPathsCreateNothingAndAreNamed) {
     EXPECT_FALSE(QFile::exists(Path(QStringLiteral("receipts.db"))))
         << "the tool never makes the register's receipt database";
 
+    // import --create makes a new catalogue set up as init sets one up, and keeps no copy of it.
+    const Outcome created = Do({QStringLiteral("import"), QStringLiteral("--create"),
+                                QStringLiteral(ARTICLEMANAGER_SOURCE_DIR "/examples/cennik.csv")},
+                               QStringLiteral("new.db"));
+    ASSERT_EQ(0, created.exit) << created.err.toStdString();
+    EXPECT_EQ(99, Do({QStringLiteral("dept"), QStringLiteral("list"), QStringLiteral("--json")},
+                     QStringLiteral("new.db"))
+                      .Json()[QStringLiteral("count")]
+                      .toInt());
+    EXPECT_FALSE(QFile::exists(Path(QStringLiteral("new.db.backups"))));
+
     const Outcome receipts = Do({QStringLiteral("--receipts"), Path(QStringLiteral("reciepts.db")),
                                  QStringLiteral("count")});
     EXPECT_EQ(4, receipts.exit);

@@ -15,6 +15,24 @@ const TaxRates newRegisterRates = {{2300, 800, 500, 0, 65535, 65535, 61440}, 2};
 
 }  // namespace
 
+int SetUpCatalogue(Tool& tool) {
+    ArticleManager& manager = tool.Articles();
+    DeptDBManager* depts = manager.GetDeptDBManager();
+    if (!depts->ResetTable() ||
+        !depts->GetDeptFirmwareInitializer()->SetFirmwareDeptNamesInDatabase() ||
+        depts->getRecordsFromDB() != 0) {
+        return tool.DatabaseFailure(QStringLiteral("the departments could not be set up"));
+    }
+    if (!manager.GetTaxRatesManager()->ResetTable() ||
+        manager.GetTaxRatesManager()->UpdateRecord(newRegisterRates) != 0) {
+        return tool.DatabaseFailure(QStringLiteral("the tax rates could not be set up"));
+    }
+    if (!manager.GetBarcodePrefixDBManager()->ResetTable()) {
+        return tool.DatabaseFailure(QStringLiteral("the label prefixes could not be set up"));
+    }
+    return EXIT_DONE;
+}
+
 int RunInit(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -62,24 +80,14 @@ int RunInit(Tool& tool, const QStringList& arguments) {
         }
     }
     return tool.InTransaction([&]() -> int {
-        ArticleManager& manager = tool.Articles();
-        DeptDBManager* depts = manager.GetDeptDBManager();
-        if (!depts->ResetTable() ||
-            !depts->GetDeptFirmwareInitializer()->SetFirmwareDeptNamesInDatabase() ||
-            depts->getRecordsFromDB() != 0) {
-            return tool.DatabaseFailure(QStringLiteral("the departments could not be set up"));
+        const int result = SetUpCatalogue(tool);
+        if (result == EXIT_DONE) {
+            tool.Out() << "Set up " << tool.DatabasePath() << ": "
+                       << tool.Articles().GetDeptDBManager()->GetDepts().size()
+                       << " departments, tax rates A-G, label prefixes 27 29 (price) and 23 24 "
+                          "(weight).\n";
         }
-        if (!manager.GetTaxRatesManager()->ResetTable() ||
-            manager.GetTaxRatesManager()->UpdateRecord(newRegisterRates) != 0) {
-            return tool.DatabaseFailure(QStringLiteral("the tax rates could not be set up"));
-        }
-        if (!manager.GetBarcodePrefixDBManager()->ResetTable()) {
-            return tool.DatabaseFailure(QStringLiteral("the label prefixes could not be set up"));
-        }
-        tool.Out()
-            << "Set up " << tool.DatabasePath() << ": " << depts->GetDepts().size()
-            << " departments, tax rates A-G, label prefixes 27 29 (price) and 23 24 (weight).\n";
-        return EXIT_DONE;
+        return result;
     });
 }
 

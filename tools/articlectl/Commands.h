@@ -23,6 +23,10 @@ int RunClear(Tool& tool, const QStringList& arguments);
 int RunStats(Tool& tool, const QStringList& arguments);
 int RunCheck(Tool& tool, const QStringList& arguments);
 int RunDemo(Tool& tool, const QStringList& arguments);
+// Sets up a new catalogue's departments, tax rates and label prefixes, as init does; call it
+// inside a transaction. Returns the exit code.
+int SetUpCatalogue(Tool& tool);
+
 int RunBackup(Tool& tool, const QStringList& arguments);
 int RunRestore(Tool& tool, const QStringList& arguments);
 

@@ -2,6 +2,8 @@
 
 #include "PriceListImport.h"
 
+#include "Commands.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 #include <QElapsedTimer>
@@ -717,6 +719,10 @@ int ImportPriceList(Tool& tool, const ImportOptions& options) {
     if (!tool.BackUp()) {
         return EXIT_DATABASE;
     }
-    return importer.Finish(
-        tool.InTransaction([&]() { return importer.ReadRows(reader, totalBytes); }));
+    // A catalogue this import creates is set up as init sets one up, in the same transaction.
+    const bool created = access == Access::Create && !tool.DatabaseExisted();
+    return importer.Finish(tool.InTransaction([&]() {
+        const int setUp = created ? SetUpCatalogue(tool) : EXIT_DONE;
+        return setUp != EXIT_DONE ? setUp : importer.ReadRows(reader, totalBytes);
+    }));
 }

@@ -371,6 +371,9 @@ void Tool::configureLog() {
 }
 
 bool Tool::BackUp() {
+    if (!databaseExisted) {
+        return true;  // this run made the file: there is nothing yet to keep
+    }
     QString error;
     const QString copy = CatalogueBackup::Take(databasePath, error);
     if (copy.isEmpty()) {
