@@ -69,6 +69,15 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
               Do(words({"show", "10", "--json"})).Json()[QStringLiteral("name")].toString());
     EXPECT_EQ(3, Do({QStringLiteral("add"), QStringLiteral("--name"), composed}).exit)
         << "the same name, composed";
+    for (const char* command : {"search", "show"}) {
+        QStringList line{QString::fromLatin1(command),
+                         composed.normalized(QString::NormalizationForm_D),
+                         QStringLiteral("--json")};
+        if (line.first() == QLatin1String("show")) {
+            line.insert(1, QStringLiteral("--name"));
+        }
+        EXPECT_EQ(0, Do(line).exit) << command << ": typed decomposed, found composed";
+    }
 
     // A decimal comma is read; a thousands separator is not guessed at.
     ASSERT_EQ(0, Do(words({"price", "set", "1", "12,99"})).exit);

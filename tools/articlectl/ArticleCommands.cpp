@@ -362,7 +362,7 @@ int RunShow(Tool& tool, const QStringList& arguments) {
     Article article;
     int result = 0;
     if (parser.isSet(byName)) {
-        result = seeker->FindName(key, article);
+        result = seeker->FindName(key.normalized(QString::NormalizationForm_C), article);
     } else if (parser.isSet(byBarcode)) {
         result = seeker->FindArticleByBarcode(key, article, false);
     } else {

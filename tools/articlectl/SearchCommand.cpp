@@ -230,7 +230,9 @@ int RunSearch(Tool& tool, const QStringList& arguments) {
     if (!tool.StartLibrary()) {
         return EXIT_DATABASE;
     }
-    const QString text = parser.positionalArguments().first();
+    // Names are stored in NFC: a name typed decomposed must find them too.
+    const QString text =
+        parser.positionalArguments().first().normalized(QString::NormalizationForm_C);
     Found found;
     const bool searched = parser.isSet(foldOption) ? searchFolded(tool, text, limit, found)
                                                    : searchIndexed(tool, text, limit, found);
