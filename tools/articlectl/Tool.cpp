@@ -294,12 +294,12 @@ int Tool::dispatch(const QList<Command>& table, const QString& path, const QStri
 }
 
 QString Tool::groupHelp(const Command& group, const QString& path) const {
+    QString summary = QString::fromUtf8(group.summary);
+    summary[0] = summary[0].toUpper();
     QString text = QStringLiteral(
                        "Usage: articlectl [global options] %1 SUBCOMMAND [ARGS]\n\n%2.\n\n"
                        "Subcommands:\n")
-                       .arg(path, QString::fromUtf8(group.summary));
-    text[text.indexOf(QStringLiteral("\n\n")) + 2] =
-        text[text.indexOf(QStringLiteral("\n\n")) + 2].toUpper();
+                       .arg(path, summary);
     text += commandList(*group.subcommands, QStringLiteral("  "));
     text += QStringLiteral("\nExamples:\n");
     for (const Command& sub : *group.subcommands) {
