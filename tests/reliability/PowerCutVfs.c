@@ -1,0 +1,486 @@
+#include "PowerCutVfs.h"
+
+#include <sqlite3.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+/* ---- The record of each file ---------------------------------------------------------------- */
+
+typedef struct Op {
+    int truncate; /* a truncate to `offset`, else a write of `data` at `offset` */
+    sqlite3_int64 offset;
+    size_t size;
+    unsigned char* data;
+} Op;
+
+typedef struct Tracked {
+    char* path;
+    int durableExists;
+    unsigned char* durable; /* the content as of the last sync */
+    size_t durableSize;
+    Op* ops; /* writes and truncates since */
+    size_t opCount;
+    size_t opCapacity;
+} Tracked;
+
+static Tracked** tracked; /* each apart: open files point at theirs while the list grows */
+static size_t trackedCount;
+static sqlite3_vfs* real;
+static sqlite3_vfs vfs;
+static unsigned long long ios;
+static unsigned long long cutAt;
+static int off;
+static int dropSyncs;
+
+static void* grow(void* memory, size_t size) {
+    void* bigger = realloc(memory, size ? size : 1);
+    if (!bigger) {
+        abort(); /* a test process out of memory has nothing sensible left to report */
+    }
+    return bigger;
+}
+
+/* Writes `size` bytes at `offset` into an image, zero-filling any gap. */
+static void place(unsigned char** image, size_t* imageSize, sqlite3_int64 offset,
+                  const unsigned char* data, size_t size) {
+    const size_t end = (size_t)offset + size;
+    if (end > *imageSize) {
+        *image = grow(*image, end);
+        memset(*image + *imageSize, 0, end - *imageSize);
+        *imageSize = end;
+    }
+    memcpy(*image + offset, data, size);
+}
+
+static void clearOps(Tracked* t) {
+    for (size_t i = 0; i < t->opCount; ++i) {
+        free(t->ops[i].data);
+    }
+    t->opCount = 0;
+}
+
+static void record(Tracked* t, int truncate, sqlite3_int64 offset, const void* data, size_t size) {
+    if (t->opCount == t->opCapacity) {
+        t->opCapacity = t->opCapacity ? 2 * t->opCapacity : 16;
+        t->ops = grow(t->ops, t->opCapacity * sizeof(Op));
+    }
+    Op* op = &t->ops[t->opCount++];
+    op->truncate = truncate;
+    op->offset = offset;
+    op->size = size;
+    op->data = NULL;
+    if (!truncate) {
+        op->data = grow(NULL, size);
+        memcpy(op->data, data, size);
+    }
+}
+
+/* A sync: everything written so far is durable. */
+static void makeDurable(Tracked* t) {
+    for (size_t i = 0; i < t->opCount; ++i) {
+        const Op* op = &t->ops[i];
+        if (op->truncate) {
+            if ((size_t)op->offset < t->durableSize) {
+                t->durableSize = (size_t)op->offset;
+            }
+        } else {
+            place(&t->durable, &t->durableSize, op->offset, op->data, op->size);
+        }
+    }
+    clearOps(t);
+    t->durableExists = 1;
+}
+
+/* The record of `path`; a file met for the first time starts as what the disk holds. */
+static Tracked* find(const char* path) {
+    for (size_t i = 0; i < trackedCount; ++i) {
+        if (strcmp(tracked[i]->path, path) == 0) {
+            return tracked[i];
+        }
+    }
+    tracked = grow(tracked, (trackedCount + 1) * sizeof(Tracked*));
+    Tracked* t = grow(NULL, sizeof(Tracked));
+    tracked[trackedCount++] = t;
+    memset(t, 0, sizeof *t);
+    t->path = grow(NULL, strlen(path) + 1);
+    strcpy(t->path, path);
+    FILE* file = fopen(path, "rb");
+    if (file) {
+        t->durableExists = 1;
+        unsigned char buffer[65536];
+        size_t got;
+        while ((got = fread(buffer, 1, sizeof buffer, file)) > 0) {
+            place(&t->durable, &t->durableSize, (sqlite3_int64)t->durableSize, buffer, got);
+        }
+        fclose(file);
+    }
+    return t;
+}
+
+/* Counts an I/O; zero when the power is (or just went) off and it must not happen. */
+static int powered(void) {
+    if (off) {
+        return 0;
+    }
+    ++ios;
+    if (cutAt != 0 && ios >= cutAt) {
+        off = 1;
+        return 0;
+    }
+    return 1;
+}
+
+/* ---- The file methods ------------------------------------------------------------------------ */
+
+typedef struct PcFile {
+    sqlite3_file base;
+    Tracked* tracked; /* NULL for files a cut does not concern (temporary files) */
+    sqlite3_file* real;
+} PcFile;
+
+static int pcClose(sqlite3_file* file) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xClose(p->real);
+}
+
+static int pcRead(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
+    PcFile* p = (PcFile*)file;
+    if (off) {
+        return SQLITE_IOERR_READ;
+    }
+    return p->real->pMethods->xRead(p->real, data, size, offset);
+}
+
+static int pcWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
+    PcFile* p = (PcFile*)file;
+    if (!powered()) {
+        return SQLITE_IOERR_WRITE;
+    }
+    const int rc = p->real->pMethods->xWrite(p->real, data, size, offset);
+    if (rc == SQLITE_OK && p->tracked) {
+        record(p->tracked, 0, offset, data, (size_t)size);
+    }
+    return rc;
+}
+
+static int pcTruncate(sqlite3_file* file, sqlite3_int64 size) {
+    PcFile* p = (PcFile*)file;
+    if (!powered()) {
+        return SQLITE_IOERR_TRUNCATE;
+    }
+    const int rc = p->real->pMethods->xTruncate(p->real, size);
+    if (rc == SQLITE_OK && p->tracked) {
+        record(p->tracked, 1, size, NULL, 0);
+    }
+    return rc;
+}
+
+static int pcSync(sqlite3_file* file, int flags) {
+    PcFile* p = (PcFile*)file;
+    (void)flags;
+    if (!powered()) {
+        return SQLITE_IOERR_FSYNC;
+    }
+    if (p->tracked && !dropSyncs) {
+        makeDurable(p->tracked);
+    }
+    return SQLITE_OK;
+}
+
+static int pcFileSize(sqlite3_file* file, sqlite3_int64* size) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xFileSize(p->real, size);
+}
+
+static int pcLock(sqlite3_file* file, int level) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xLock(p->real, level);
+}
+
+static int pcUnlock(sqlite3_file* file, int level) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xUnlock(p->real, level);
+}
+
+static int pcCheckReservedLock(sqlite3_file* file, int* result) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xCheckReservedLock(p->real, result);
+}
+
+static int pcFileControl(sqlite3_file* file, int op, void* arg) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xFileControl(p->real, op, arg);
+}
+
+static int pcSectorSize(sqlite3_file* file) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xSectorSize(p->real);
+}
+
+static int pcDeviceCharacteristics(sqlite3_file* file) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xDeviceCharacteristics(p->real);
+}
+
+static int pcShmMap(sqlite3_file* file, int region, int size, int extend, void volatile** map) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xShmMap(p->real, region, size, extend, map);
+}
+
+static int pcShmLock(sqlite3_file* file, int offset, int n, int flags) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xShmLock(p->real, offset, n, flags);
+}
+
+static void pcShmBarrier(sqlite3_file* file) {
+    PcFile* p = (PcFile*)file;
+    p->real->pMethods->xShmBarrier(p->real);
+}
+
+static int pcShmUnmap(sqlite3_file* file, int deleteFlag) {
+    PcFile* p = (PcFile*)file;
+    return p->real->pMethods->xShmUnmap(p->real, deleteFlag);
+}
+
+/* Memory-mapped I/O is off in the library (mmap_size 0); refusing it keeps every write seen. */
+static int pcFetch(sqlite3_file* file, sqlite3_int64 offset, int size, void** out) {
+    (void)file;
+    (void)offset;
+    (void)size;
+    *out = NULL;
+    return SQLITE_OK;
+}
+
+static int pcUnfetch(sqlite3_file* file, sqlite3_int64 offset, void* page) {
+    (void)file;
+    (void)offset;
+    (void)page;
+    return SQLITE_OK;
+}
+
+static const sqlite3_io_methods methods = {3,
+                                           pcClose,
+                                           pcRead,
+                                           pcWrite,
+                                           pcTruncate,
+                                           pcSync,
+                                           pcFileSize,
+                                           pcLock,
+                                           pcUnlock,
+                                           pcCheckReservedLock,
+                                           pcFileControl,
+                                           pcSectorSize,
+                                           pcDeviceCharacteristics,
+                                           pcShmMap,
+                                           pcShmLock,
+                                           pcShmBarrier,
+                                           pcShmUnmap,
+                                           pcFetch,
+                                           pcUnfetch};
+
+/* ---- The VFS methods ------------------------------------------------------------------------- */
+
+static int pcOpen(sqlite3_vfs* self, const char* name, sqlite3_file* file, int flags,
+                  int* outFlags) {
+    (void)self;
+    PcFile* p = (PcFile*)file;
+    p->base.pMethods = NULL;
+    if (off) {
+        return SQLITE_CANTOPEN;
+    }
+    p->real = (sqlite3_file*)(p + 1);
+    p->tracked = NULL;
+    const int kinds = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_WAL;
+    if (name && (flags & kinds) && !(flags & SQLITE_OPEN_DELETEONCLOSE)) {
+        p->tracked = find(name);
+    }
+    const int rc = real->xOpen(real, name, p->real, flags, outFlags);
+    if (rc == SQLITE_OK) {
+        p->base.pMethods = &methods;
+    }
+    return rc;
+}
+
+static int pcDelete(sqlite3_vfs* self, const char* name, int syncDir) {
+    (void)self;
+    if (!powered()) {
+        return SQLITE_IOERR_DELETE;
+    }
+    const int rc = real->xDelete(real, name, syncDir);
+    for (size_t i = 0; i < trackedCount; ++i) {
+        if (strcmp(tracked[i]->path, name) == 0) {
+            clearOps(tracked[i]);
+            tracked[i]->durableExists = 0;
+            tracked[i]->durableSize = 0;
+        }
+    }
+    return rc;
+}
+
+static int pcAccess(sqlite3_vfs* self, const char* name, int flags, int* result) {
+    (void)self;
+    return real->xAccess(real, name, flags, result);
+}
+
+static int pcFullPathname(sqlite3_vfs* self, const char* name, int size, char* out) {
+    (void)self;
+    return real->xFullPathname(real, name, size, out);
+}
+
+static void* pcDlOpen(sqlite3_vfs* self, const char* name) {
+    (void)self;
+    return real->xDlOpen(real, name);
+}
+
+static void pcDlError(sqlite3_vfs* self, int size, char* out) {
+    (void)self;
+    real->xDlError(real, size, out);
+}
+
+static void (*pcDlSym(sqlite3_vfs* self, void* handle, const char* symbol))(void) {
+    (void)self;
+    return real->xDlSym(real, handle, symbol);
+}
+
+static void pcDlClose(sqlite3_vfs* self, void* handle) {
+    (void)self;
+    real->xDlClose(real, handle);
+}
+
+static int pcRandomness(sqlite3_vfs* self, int size, char* out) {
+    (void)self;
+    return real->xRandomness(real, size, out);
+}
+
+static int pcSleep(sqlite3_vfs* self, int microseconds) {
+    (void)self;
+    return real->xSleep(real, microseconds);
+}
+
+static int pcCurrentTime(sqlite3_vfs* self, double* now) {
+    (void)self;
+    return real->xCurrentTime(real, now);
+}
+
+static int pcGetLastError(sqlite3_vfs* self, int size, char* out) {
+    (void)self;
+    return real->xGetLastError(real, size, out);
+}
+
+static int pcCurrentTimeInt64(sqlite3_vfs* self, sqlite3_int64* now) {
+    (void)self;
+    return real->xCurrentTimeInt64(real, now);
+}
+
+int power_cut_vfs_register(void) {
+    real = sqlite3_vfs_find(NULL);
+    if (!real) {
+        return SQLITE_ERROR;
+    }
+    memset(&vfs, 0, sizeof vfs);
+    vfs.iVersion = 2;
+    vfs.szOsFile = (int)sizeof(PcFile) + real->szOsFile;
+    vfs.mxPathname = real->mxPathname;
+    vfs.zName = "power-cut";
+    vfs.xOpen = pcOpen;
+    vfs.xDelete = pcDelete;
+    vfs.xAccess = pcAccess;
+    vfs.xFullPathname = pcFullPathname;
+    vfs.xDlOpen = pcDlOpen;
+    vfs.xDlError = pcDlError;
+    vfs.xDlSym = pcDlSym;
+    vfs.xDlClose = pcDlClose;
+    vfs.xRandomness = pcRandomness;
+    vfs.xSleep = pcSleep;
+    vfs.xCurrentTime = pcCurrentTime;
+    vfs.xGetLastError = pcGetLastError;
+    vfs.xCurrentTimeInt64 = pcCurrentTimeInt64;
+    return sqlite3_vfs_register(&vfs, 1);
+}
+
+void power_cut_vfs_arm(unsigned long long io) {
+    cutAt = io;
+}
+
+void power_cut_vfs_cut(void) {
+    off = 1;
+}
+
+int power_cut_vfs_is_off(void) {
+    return off;
+}
+
+unsigned long long power_cut_vfs_ios(void) {
+    return ios;
+}
+
+void power_cut_vfs_drop_syncs(int on) {
+    dropSyncs = on;
+}
+
+/* ---- After the cut --------------------------------------------------------------------------- */
+
+static unsigned long long nextRandom(unsigned long long* state) {
+    /* splitmix64: enough for choosing what survives, and the same on every machine */
+    unsigned long long z = (*state += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+enum { sector = 512 };
+
+int power_cut_vfs_write_images(const char* folder, enum PowerCutKind kind,
+                               unsigned long long seed) {
+    unsigned long long state = seed;
+    for (size_t i = 0; i < trackedCount; ++i) {
+        const Tracked* t = tracked[i];
+        if (!t->durableExists) {
+            continue; /* never synced since it was created (or deleted): gone */
+        }
+        unsigned char* image = grow(NULL, t->durableSize);
+        size_t size = t->durableSize;
+        memcpy(image, t->durable, size);
+        for (size_t k = 0; k < t->opCount && kind != POWER_CUT_LOSE_ALL; ++k) {
+            const Op* op = &t->ops[k];
+            if (op->truncate) {
+                continue; /* an unsynced size change is undone */
+            }
+            if (kind == POWER_CUT_LOSE_SOME) {
+                if (nextRandom(&state) & 1) {
+                    place(&image, &size, op->offset, op->data, op->size);
+                }
+                continue;
+            }
+            /* Torn: each piece between 512-byte boundaries of the file survives or not. */
+            size_t done = 0;
+            while (done < op->size) {
+                const sqlite3_int64 at = op->offset + (sqlite3_int64)done;
+                size_t piece = sector - (size_t)(at % sector);
+                if (piece > op->size - done) {
+                    piece = op->size - done;
+                }
+                if (nextRandom(&state) & 1) {
+                    place(&image, &size, at, op->data + done, piece);
+                }
+                done += piece;
+            }
+        }
+        const char* base = strrchr(t->path, '/');
+        base = base ? base + 1 : t->path;
+        char* path = grow(NULL, strlen(folder) + strlen(base) + 2);
+        sprintf(path, "%s/%s", folder, base);
+        FILE* file = fopen(path, "wb");
+        const int written = file && fwrite(image, 1, size, file) == size;
+        if (file) {
+            fclose(file);
+        }
+        free(path);
+        free(image);
+        if (!written) {
+            return -1;
+        }
+    }
+    return 0;
+}
