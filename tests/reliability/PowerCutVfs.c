@@ -50,7 +50,9 @@ static void place(unsigned char** image, size_t* imageSize, sqlite3_int64 offset
         memset(*image + *imageSize, 0, end - *imageSize);
         *imageSize = end;
     }
-    memcpy(*image + offset, data, size);
+    if (size > 0) {
+        memcpy(*image + offset, data, size);
+    }
 }
 
 static void clearOps(Tracked* t) {
@@ -441,7 +443,9 @@ int power_cut_vfs_write_images(const char* folder, enum PowerCutKind kind,
         }
         unsigned char* image = grow(NULL, t->durableSize);
         size_t size = t->durableSize;
-        memcpy(image, t->durable, size);
+        if (size > 0) { /* a durable empty file has no buffer */
+            memcpy(image, t->durable, size);
+        }
         for (size_t k = 0; k < t->opCount && kind != POWER_CUT_LOSE_ALL; ++k) {
             const Op* op = &t->ops[k];
             if (op->truncate) {
