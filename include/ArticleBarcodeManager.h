@@ -40,7 +40,8 @@ public:
     // Whether the barcode is on file (any article, main or additional). A barcode made only of
     // "0" characters never counts; an uninitialised manager counts every barcode as taken.
     bool IsRecordExist(const QString& barcode);
-    // Adds a barcode row for an article after normalising the barcode and refusing duplicates.
+    // Adds a barcode row for an article after normalising the barcode and refusing duplicates;
+    // of two connections adding the same barcode at once, one gets 2.
     eDBOperationResult AddRecord(unsigned int articleId, const QString& barcode, bool isMain);
     // Adds the article's own main barcode (7 when its id is 0 or its barcode empty).
     eDBOperationResult AddRecord(Article& article, bool isMain);

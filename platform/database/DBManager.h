@@ -27,6 +27,8 @@
 //
 // Thread-safe: calls from several threads are serialised on the one connection. A transaction
 // opened with BeginTransaction() belongs to its thread: other threads wait until it ends.
+// Reads, searches included, never wait for another connection's write; writes and
+// BeginTransaction (which takes the write lock at once) wait for it up to 5 s.
 //
 // Dialect of the SQL texts it is given: SQLite's, with text in double quotes always a string
 // value (never a column name), and like(), upper() and lower() folding every Unicode letter.

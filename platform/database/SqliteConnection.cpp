@@ -6,13 +6,6 @@
 #include "QueryLimits.h"
 #include "UnicodeSqlFunctions.h"
 
-namespace {
-
-// How long a statement waits for another process's lock before it fails with SQLITE_BUSY.
-constexpr int busyTimeoutMs = 5000;
-
-}  // namespace
-
 int SqliteConnection::Open(const QString& path, bool readOnly, QueryLimits& limits,
                            ChangeTracker& changes, QString& error) {
     Close();

@@ -15,6 +15,9 @@ class QueryLimits;
 // change hook. Guarded by the DBManager's mutex.
 class SqliteConnection {
 public:
+    // How long a statement waits for another process's lock before it fails with SQLITE_BUSY.
+    static constexpr int busyTimeoutMs = 5000;
+
     SqliteConnection() = default;
     ~SqliteConnection() { Close(); }
 

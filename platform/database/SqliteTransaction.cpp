@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include "SqliteConnection.h"
+
 namespace {
 
 int exec(sqlite3* connection, const char* sql) {
@@ -22,6 +24,16 @@ int SqliteTransaction::Begin() {
     // here, before it has read anything that could change meanwhile.
     const int rc = exec(connection, nested ? "SAVEPOINT dbmanager_write" : "BEGIN IMMEDIATE");
     active = rc == SQLITE_OK;
+    return rc;
+}
+
+int SqliteTransaction::TryBegin() {
+    if (sqlite3_get_autocommit(connection) == 0) {
+        return Begin();  // a savepoint of an open write: the lock is already this connection's
+    }
+    sqlite3_busy_timeout(connection, 0);
+    const int rc = Begin();
+    sqlite3_busy_timeout(connection, SqliteConnection::busyTimeoutMs);
     return rc;
 }
 

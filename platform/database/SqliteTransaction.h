@@ -18,6 +18,8 @@ public:
 
     // Each returns an SQLite result code.
     int Begin();
+    // Begin without waiting: SQLITE_BUSY at once while another connection holds the write lock.
+    int TryBegin();
     int Commit();
     int Rollback();
     // Begun and neither committed nor rolled back.

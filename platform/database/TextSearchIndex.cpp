@@ -314,6 +314,7 @@ void TextSearchIndex::Describe() {
                     contentColumns.append(QStringLiteral("c.") + column);
                 }
                 index.anyPending = QStringLiteral("SELECT EXISTS (SELECT 1 FROM %1)").arg(p);
+                index.pendingIds = QStringLiteral(" UNION ALL SELECT id FROM ") + p;
                 index.foldRemoved = QStringLiteral(
                                         "INSERT INTO %1 (%1, rowid, %2) SELECT 'delete', id, %2 "
                                         "FROM %3 WHERE indexed")
@@ -342,9 +343,17 @@ void TextSearchIndex::Clear() {
     memo = CandidateMemo();
 }
 
-bool TextSearchIndex::fold(const Index& index) {
+QString TextSearchIndex::indexedRows(const Index& index) {
+    // The index is behind its table exactly for the rows noted since the last fold: those are
+    // candidates whatever it holds for them.
+    return QStringLiteral("rowid IN (SELECT rowid FROM ") + index.quotedName +
+           QStringLiteral(" WHERE ") + index.quotedName + QStringLiteral(" MATCH ?") +
+           index.pendingIds + QLatin1Char(')');
+}
+
+void TextSearchIndex::fold(const Index& index) {
     if (index.anyPending.isEmpty()) {
-        return true;
+        return;
     }
     auto ask = [this](const QString& sql, bool& answer) {
         const StatementRunner::Lease statement = runner.TryPrepare(sql);
@@ -358,26 +367,23 @@ bool TextSearchIndex::fold(const Index& index) {
         return true;
     };
     bool pending = false;
-    if (!ask(index.anyPending, pending)) {
-        return false;
-    }
-    if (!pending) {
-        return true;
-    }
-    if (sqlite3_db_readonly(runner.Connection(), "main") == 1) {
-        return false;  // a reader cannot fold the notes: the plain statement answers instead
+    if (!ask(index.anyPending, pending) || !pending ||
+        sqlite3_db_readonly(runner.Connection(), "main") == 1) {
+        return;
     }
     bool contentEmpty = false;
     if (!ask(index.contentEmpty, contentEmpty)) {
-        return false;
+        return;
     }
     // One write: the notes go only together with the index entries they stand for.
     sqlite3* connection = runner.Connection();
     auto exec = [connection](const QByteArray& sql) {
         return sqlite3_exec(connection, sql.constData(), nullptr, nullptr, nullptr);
     };
+    // Never waits for the write lock: while another process writes, the search reads the notes
+    // along with the index instead of stalling the register for the busy timeout.
     SqliteTransaction transaction(connection);
-    int rc = transaction.Begin();
+    int rc = transaction.TryBegin();
     if (rc == SQLITE_OK) {
         // A cleared catalogue: dropping the whole index beats removing each article from it.
         rc = contentEmpty ? exec(index.foldAll) : exec(index.foldRemoved);
@@ -388,18 +394,19 @@ bool TextSearchIndex::fold(const Index& index) {
     if (rc == SQLITE_OK) {
         rc = exec(index.clearPending);
     }
-    return rc == SQLITE_OK && transaction.Commit() == SQLITE_OK;
+    if (rc == SQLITE_OK) {
+        transaction.Commit();
+    }
 }
 
 void TextSearchIndex::FoldAll() {
     for (const Index& index : qAsConst(indexes)) {
-        fold(index);  // a failure leaves the notes for the next search to fold
+        fold(index);
     }
 }
 
-bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column,
-                                 const QString& quotedIndex, const QString& match,
-                                 QVector<SearchCandidate>& rows) {
+bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column, const Index& index,
+                                 const QString& match, QVector<SearchCandidate>& rows) {
     // PRAGMA data_version sees the commits of other connections, the change count this
     // connection's own writes. Read before the rows, so that a change in between only makes
     // the memo look older than it is. Nothing is remembered inside a transaction: a rollback
@@ -424,8 +431,7 @@ bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column,
     memo.rows.clear();
     const QString sql = QStringLiteral("SELECT rowid, ") + column->GetQuotedName() +
                         QStringLiteral(" FROM ") + table->GetQuotedName() +
-                        QStringLiteral(" WHERE rowid IN (SELECT rowid FROM ") + quotedIndex +
-                        QStringLiteral(" WHERE ") + quotedIndex + QStringLiteral(" MATCH ?)");
+                        QStringLiteral(" WHERE ") + indexedRows(index);
     const StatementRunner::Lease found = runner.TryPrepare(sql);
     if (!found) {
         return false;
@@ -469,12 +475,13 @@ bool TextSearchIndex::LoadLike(const DBTable* table, const DBField* field,
     }
     const QString pattern = field->GetValue().toString();
     const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
-    if (match.isEmpty() || !fold(*index)) {
+    if (match.isEmpty()) {
         return false;
     }
+    fold(*index);
     // Candidates: the rows holding the run's trigrams in any indexed column.
     QVector<SearchCandidate> found;
-    if (!candidates(table, column, index->quotedName, match, found)) {
+    if (!candidates(table, column, *index, match, found)) {
         return false;
     }
     const QByteArray utf8 = pattern.toUtf8();
@@ -563,9 +570,7 @@ bool TextSearchIndex::LoadPrefix(const DBTable* table, const DBColumn* column,
         }
     }
     const QString sql =
-        head + (byTrigrams ? QStringLiteral("rowid IN (SELECT rowid FROM ") + index->quotedName +
-                                 QStringLiteral(" WHERE ") + index->quotedName +
-                                 QStringLiteral(" MATCH ?)")
+        head + (byTrigrams ? indexedRows(*index)
                            : column->GetQuotedName() + QStringLiteral(" >= ? AND ") +
                                  column->GetQuotedName() + QStringLiteral(" < ?"));
     const StatementRunner::Lease candidates = runner.TryPrepare(sql);
@@ -576,8 +581,11 @@ bool TextSearchIndex::LoadPrefix(const DBTable* table, const DBColumn* column,
     const UnicodeText::LikePattern like(pattern.constData(), pattern.size(), '\\');
     QVector<Candidate> matching;
     const QStringList lookups = byTrigrams ? QStringList{trigramQuery(*index, prefix)} : forms;
-    if (byTrigrams && (lookups.first().isEmpty() || !fold(*index))) {
-        return false;
+    if (byTrigrams) {
+        if (lookups.first().isEmpty()) {
+            return false;
+        }
+        fold(*index);
     }
     int rc = SQLITE_OK;
     for (const QString& lookup : lookups) {

@@ -28,8 +28,10 @@ class StatementRunner;
 //    row id: indexed = 1 with the values the index holds for that row, or indexed = 0 when the
 //    index holds nothing for it. The schema's triggers write the notes; this class folds them
 //    into the index (in one transaction with their removal) before a search reads the index and
-//    before a transaction of this manager commits. An index whose pending table lacks a column
-//    is not used: it could be behind its table.
+//    before a transaction of this manager commits. A search never waits for the write lock to
+//    fold: while another connection holds it, the noted rows are candidates along with the
+//    index's. An index whose pending table lacks a column is not used: it could be behind its
+//    table.
 //
 // Guarded by the DBManager's mutex.
 class TextSearchIndex {
@@ -42,7 +44,7 @@ public:
     void Describe();
     // Forgets every index and memo; called when the connection closes.
     void Clear();
-    // Folds the notes of every index into it; a failure leaves them for the next search.
+    // Folds the notes of every index into it; a failure leaves them, and the searches read them.
     void FoldAll();
 
     // Load's rows for one LIKE condition on `field`, ordered by `order` (empty, the column, or
@@ -61,6 +63,7 @@ private:
         QSet<QString> columns;
         // The statements that fold the pending notes into it; empty when it has no such table.
         QString anyPending;
+        QString pendingIds;  // " UNION ALL SELECT id FROM <notes>", appended to index lookups
         QByteArray foldRemoved;
         QByteArray foldWritten;
         QByteArray foldAll;  // when the indexed table is empty
@@ -73,10 +76,14 @@ private:
         QByteArray text;
     };
 
-    bool fold(const Index& index);
+    // Folds the index's notes if the write lock is free at once; otherwise leaves them.
+    void fold(const Index& index);
+    // The condition on rowid selecting the candidates of one MATCH (bound as its parameter): the
+    // rows the index finds and every noted row.
+    static QString indexedRows(const Index& index);
     QString trigramQuery(const Index& index, const QString& run);
     double estimatedRows(const Index& index);
-    bool candidates(const DBTable* table, const DBColumn* column, const QString& quotedIndex,
+    bool candidates(const DBTable* table, const DBColumn* column, const Index& index,
                     const QString& match, QVector<SearchCandidate>& rows);
     bool loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
                          QSharedPointer<DBData>& result);

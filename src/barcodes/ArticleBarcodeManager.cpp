@@ -1,6 +1,9 @@
 #include "ArticleBarcodeManager.h"
 
+#include <memory>
+
 #include "DBCloser.h"
+#include "DBTransaction.h"
 #include "LibraryLog.h"
 #include "TableSchema.h"
 
@@ -41,6 +44,25 @@ QSharedPointer<DBData> dataOf(DBRow* row) {
     QSharedPointer<DBData> data = QSharedPointer<DBData>::create();
     data->AppendRow(row);
     return data;
+}
+
+// A barcode made only of "0" characters never counts as on file.
+bool neverExists(const QString& barcode) {
+    return barcode.count(QLatin1Char('0')) == barcode.size();
+}
+
+// Whether the barcode is on file, asked of the database itself: the seeker's mutex must not be
+// taken while the database's lock is held, since a seeker thread takes them the other way round.
+bool storedNow(DBManager* db, const DBTable* table, const QString& barcode) {
+    auto* key = new DBRow(table);
+    key->AppendField(B::barcode, barcode);
+    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
+    if (db->Load(dataOf(key), DBManager::LOAD_MODE_BY_KEY, rows, false, QString(), 0) !=
+        DB_OPERATION_SUCCESS) {
+        LogMessage(logLevelError, msgFindError);
+        return true;  // as for the seeker's check, a failed lookup counts as taken
+    }
+    return !rows->IsEmpty();
 }
 
 }  // namespace
@@ -89,7 +111,7 @@ bool ArticleBarcodeManager::IsRecordExist(const QString& barcode) {
     if (!initialized) {
         return true;
     }
-    if (barcode.count(QLatin1Char('0')) == barcode.size()) {
+    if (neverExists(barcode)) {
         return false;
     }
     return seeker->FindBarcode(barcode) != ArticleSeeker::RESULT_NOT_FOUND;
@@ -112,11 +134,29 @@ eDBOperationResult ArticleBarcodeManager::AddRecord(unsigned int articleId, cons
     if (IsRecordExist(text)) {
         return DB_OPERATION_ALREADY_EXISTS;
     }
+    // Another process may add the same barcode between the check and the insert: the insert
+    // goes in one write transaction with a second look, so the second of two racing writers
+    // waits for the lock and then sees the first one's row. Inside the caller's transaction (begun
+    // with the write lock), in write-only-in-transaction mode outside one (the insert is refused
+    // anyway) and on a read-only file the insert goes as it is.
+    std::unique_ptr<DBTransaction> transaction;
+    if (!neverExists(text) && !db->IsInTransaction() && !db->IsWriteOnlyInTransaction() &&
+        !db->IsReadOnly()) {
+        transaction = std::make_unique<DBTransaction>(db);
+        if (transaction->Result() != DB_OPERATION_SUCCESS) {
+            LogMessage(logLevelError, msgInsertError);
+            return DB_OPERATION_ERROR;
+        }
+        if (storedNow(db, barcodeTable, text)) {
+            return DB_OPERATION_ALREADY_EXISTS;
+        }
+    }
     auto* row = new DBRow(barcodeTable);
     row->AppendField(B::articleId, articleId);
     row->AppendField(B::barcode, text);
     row->AppendField(B::isMain, isMain);
-    if (db->Insert(dataOf(row)) != DB_OPERATION_SUCCESS) {
+    if (db->Insert(dataOf(row)) != DB_OPERATION_SUCCESS ||
+        (transaction && transaction->Commit() != DB_OPERATION_SUCCESS)) {
         LogMessage(logLevelError, msgInsertError);
         return DB_OPERATION_ERROR;
     }

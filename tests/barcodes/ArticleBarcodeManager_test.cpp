@@ -1,6 +1,10 @@
 // The ArticleBarcode table: writes, duplicate check, deletes and reads.
 
+#include <atomic>
+#include <thread>
+
 #include "ArticleBarcodeManager.h"
+#include "DBTransaction.h"
 #include "DatabaseFixture.h"
 #include "Logger.h"
 #include "SqlRecorder.h"
@@ -43,6 +47,56 @@ TEST_F(ArticleBarcodeManagerTest, AddsNormalisedBarcodesAndRefusesDuplicates) {
     EXPECT_EQ(2, Raw().Count(QStringLiteral("ArticleBarcode")));
     EXPECT_TRUE(manager.IsRecordExist(QStringLiteral("2312345000002")));
     EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("2312345000019")));
+}
+
+TEST_F(ArticleBarcodeManagerTest, ConcurrentAddsOnTwoConnectionsStoreABarcodeOnce) {
+    // Two connections to one file, as two processes of the register have, add the same barcode
+    // to different articles at the same moment, again and again: one must get 0, the other 2.
+    // Every other round the first adds it inside a transaction of its own (the first: both
+    // managers normalise through the one global database, which the second process of a
+    // register would not share).
+    DBManager otherDb(ArticlesPath());
+    ASSERT_EQ(0, otherDb.Open());
+    ArticleSeeker otherSeeker;
+    ArticleBarcodeManager other;
+    ASSERT_TRUE(otherSeeker.Initialize(&otherDb));
+    ASSERT_TRUE(other.Initialize(&otherDb, &otherSeeker));
+    constexpr int rounds = 150;
+    for (int round = 0; round < rounds; ++round) {
+        const QString barcode = QStringLiteral("59000000%1").arg(round, 5, 10, QLatin1Char('0'));
+        std::atomic<int> ready{0};
+        auto together = [&ready] {
+            ++ready;
+            while (ready.load() < 2) {
+                std::this_thread::yield();
+            }
+        };
+        eDBOperationResult first = DB_OPERATION_ERROR;
+        eDBOperationResult second = DB_OPERATION_ERROR;
+        std::thread one([&] {
+            together();
+            if (round % 2 == 0) {
+                first = manager.AddRecord(1, barcode, false);
+                return;
+            }
+            DBTransaction transaction(articles.get());
+            first = manager.AddRecord(1, barcode, false);
+            transaction.Commit();
+        });
+        std::thread two([&] {
+            together();
+            second = other.AddRecord(2, barcode, false);
+        });
+        one.join();
+        two.join();
+        const qint64 stored =
+            Raw().Integer(QStringLiteral("SELECT COUNT(*) FROM ArticleBarcode WHERE barcode = '%1'")
+                              .arg(barcode));
+        ASSERT_EQ(1, stored) << "round " << round;
+        ASSERT_EQ(DB_OPERATION_ALREADY_EXISTS, qMax(first, second)) << "round " << round;
+        ASSERT_EQ(DB_OPERATION_SUCCESS, qMin(first, second)) << "round " << round;
+    }
+    EXPECT_TRUE(log->IsEmpty()) << log->Texts().join(QLatin1Char('\n')).toStdString();
 }
 
 TEST_F(ArticleBarcodeManagerTest, AllZeroBarcodesNeverCountAsExisting) {
