@@ -287,8 +287,12 @@ int perform(ArticleManager& manager, const Change& change) {
             article.unitNo = 1;
             return editor->AddRecord(article);
         }
-        case AddBarcode:
-            return barcodes->AddRecord(articleId(manager, change.plu), change.text, change.flag);
+        case AddBarcode: {
+            // A failed lookup must not reach the library as article 0, which it would take as
+            // given: the register does not go on after a failed lookup either.
+            const unsigned int id = articleId(manager, change.plu);
+            return id == 0 ? -1 : barcodes->AddRecord(id, change.text, change.flag);
+        }
         case EditArticle: {
             Article article;
             if (manager.GetSeeker()->FindPlu(change.plu, article, false) != 0) {
@@ -301,12 +305,16 @@ int perform(ArticleManager& manager, const Change& change) {
         }
         case SetPrice:
             return editor->UpdateArticlePrice(change.plu, PriceValue(change.price));
-        case UpdateMainBarcode:
-            return barcodes->UpdateMainBarcode(articleId(manager, change.plu), change.text);
+        case UpdateMainBarcode: {
+            const unsigned int id = articleId(manager, change.plu);
+            return id == 0 ? -1 : barcodes->UpdateMainBarcode(id, change.text);
+        }
         case DeleteBarcode:
             return barcodes->DeleteRecord(change.text);
-        case DeleteBarcodes:
-            return barcodes->DeleteBarcodes(articleId(manager, change.plu), ALL_BARCODES);
+        case DeleteBarcodes: {
+            const unsigned int id = articleId(manager, change.plu);
+            return id == 0 ? -1 : barcodes->DeleteBarcodes(id, ALL_BARCODES);
+        }
         case DeleteArticle: {
             Article article;
             article.id = articleId(manager, change.plu);

@@ -32,6 +32,11 @@ static unsigned long long ios;
 static unsigned long long cutAt;
 static int off;
 static int dropSyncs;
+static unsigned long long classCount[4];
+static unsigned long long faultAt; /* in classCount[faultClass]; 0 none */
+static enum IoClass faultClass;
+static enum IoFault faultKind;
+static int faultHit;
 
 static void* grow(void* memory, size_t size) {
     void* bigger = realloc(memory, size ? size : 1);
@@ -133,6 +138,17 @@ static int powered(void) {
     return 1;
 }
 
+/* Counts an I/O of `ioClass`; non-zero when it is the one that must fail. */
+static int faulty(enum IoClass ioClass) {
+    const unsigned long long n = ++classCount[ioClass];
+    if (faultAt == 0 || ioClass != faultClass || n != faultAt) {
+        return 0;
+    }
+    faultAt = 0; /* once: the disk works again afterwards */
+    faultHit = 1;
+    return 1;
+}
+
 /* ---- The file methods ------------------------------------------------------------------------ */
 
 typedef struct PcFile {
@@ -151,6 +167,14 @@ static int pcRead(sqlite3_file* file, void* data, int size, sqlite3_int64 offset
     if (off) {
         return SQLITE_IOERR_READ;
     }
+    if (faulty(IO_READ)) {
+        if (faultKind != IO_FAULT_SHORT) {
+            return SQLITE_IOERR_READ;
+        }
+        const int rc = p->real->pMethods->xRead(p->real, data, size / 2, offset);
+        memset((unsigned char*)data + size / 2, 0, (size_t)(size - size / 2));
+        return rc == SQLITE_OK ? SQLITE_IOERR_SHORT_READ : rc;
+    }
     return p->real->pMethods->xRead(p->real, data, size, offset);
 }
 
@@ -158,6 +182,20 @@ static int pcWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64
     PcFile* p = (PcFile*)file;
     if (!powered()) {
         return SQLITE_IOERR_WRITE;
+    }
+    if (faulty(IO_WRITE)) {
+        if (faultKind == IO_FAULT_LIE) {
+            return SQLITE_OK;
+        }
+        if (faultKind != IO_FAULT_FULL && faultKind != IO_FAULT_SHORT) {
+            return SQLITE_IOERR_WRITE;
+        }
+        /* What a disk that fills up midway leaves: the first part written. */
+        const int rc = p->real->pMethods->xWrite(p->real, data, size / 2, offset);
+        if (rc == SQLITE_OK && p->tracked) {
+            record(p->tracked, 0, offset, data, (size_t)(size / 2));
+        }
+        return rc != SQLITE_OK ? rc : faultKind == IO_FAULT_FULL ? SQLITE_FULL : SQLITE_IOERR_WRITE;
     }
     const int rc = p->real->pMethods->xWrite(p->real, data, size, offset);
     if (rc == SQLITE_OK && p->tracked) {
@@ -184,6 +222,9 @@ static int pcSync(sqlite3_file* file, int flags) {
     if (!powered()) {
         return SQLITE_IOERR_FSYNC;
     }
+    if (faulty(IO_SYNC)) {
+        return SQLITE_IOERR_FSYNC; /* and nothing since the last sync is known to be durable */
+    }
     if (p->tracked && !dropSyncs) {
         makeDurable(p->tracked);
     }
@@ -197,6 +238,9 @@ static int pcFileSize(sqlite3_file* file, sqlite3_int64* size) {
 
 static int pcLock(sqlite3_file* file, int level) {
     PcFile* p = (PcFile*)file;
+    if (faulty(IO_LOCK)) {
+        return faultKind == IO_FAULT_BUSY ? SQLITE_BUSY : SQLITE_IOERR_LOCK;
+    }
     return p->real->pMethods->xLock(p->real, level);
 }
 
@@ -232,6 +276,11 @@ static int pcShmMap(sqlite3_file* file, int region, int size, int extend, void v
 
 static int pcShmLock(sqlite3_file* file, int offset, int n, int flags) {
     PcFile* p = (PcFile*)file;
+    /* In WAL mode the file lock is held while the connection is open: the write and read locks
+     * of a transaction are these. Only taking one can fail. */
+    if ((flags & SQLITE_SHM_LOCK) && faulty(IO_LOCK)) {
+        return faultKind == IO_FAULT_BUSY ? SQLITE_BUSY : SQLITE_IOERR_SHMLOCK;
+    }
     return p->real->pMethods->xShmLock(p->real, offset, n, flags);
 }
 
@@ -419,6 +468,21 @@ unsigned long long power_cut_vfs_ios(void) {
 
 void power_cut_vfs_drop_syncs(int on) {
     dropSyncs = on;
+}
+
+unsigned long long power_cut_vfs_count(enum IoClass ioClass) {
+    return classCount[ioClass];
+}
+
+void power_cut_vfs_fault(enum IoClass ioClass, unsigned long long n, enum IoFault fault) {
+    faultClass = ioClass;
+    faultAt = n == 0 ? 0 : classCount[ioClass] + n;
+    faultKind = fault;
+    faultHit = 0;
+}
+
+int power_cut_vfs_fault_hit(void) {
+    return faultHit;
 }
 
 /* ---- After the cut --------------------------------------------------------------------------- */

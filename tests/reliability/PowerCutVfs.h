@@ -16,7 +16,10 @@
  *     sync on);
  *   - a delete is taken as done at once;
  *   - the -shm file, memory SQLite rebuilds from the WAL, is not written at all.
- * The real fsync is never called: the images come from this record, not from the disk. */
+ * The real fsync is never called: the images come from this record, not from the disk.
+ *
+ * It can also fail one I/O and go on: the n-th write, sync, read or lock from now fails once
+ * with a chosen error, as a full or failing disk would, and later I/O works again. */
 
 #ifdef __cplusplus
 extern "C" {
@@ -51,6 +54,35 @@ void power_cut_vfs_drop_syncs(int on);
  * exist); the random choices come from `seed`. 0 on success, -1 when a file cannot be
  * written. */
 int power_cut_vfs_write_images(const char* folder, enum PowerCutKind kind, unsigned long long seed);
+
+/* ---- Single I/O faults -------------------------------------------------------------------- */
+
+/* The I/Os a fault can hit, each counted apart over every file. */
+enum IoClass {
+    IO_WRITE = 0, /* xWrite */
+    IO_SYNC = 1,  /* xSync */
+    IO_READ = 2,  /* xRead */
+    IO_LOCK = 3   /* xLock, and xShmLock taking a lock (WAL mode's transaction locks) */
+};
+
+enum IoFault {
+    IO_FAULT_ERROR = 0, /* fails: SQLITE_IOERR_WRITE, _FSYNC, _READ, _LOCK or _SHMLOCK */
+    IO_FAULT_FULL = 1,  /* a write: half of it reaches the file, then SQLITE_FULL */
+    IO_FAULT_SHORT = 2, /* a write: half of it reaches the file, then SQLITE_IOERR_WRITE; a read:
+                           half of it read, the rest zeroed, SQLITE_IOERR_SHORT_READ */
+    IO_FAULT_BUSY = 3,  /* a lock: SQLITE_BUSY */
+    IO_FAULT_LIE = 4    /* a write: SQLITE_OK, but nothing reaches the file. Breaks on purpose,
+                           to show the check fails */
+};
+
+/* The I/Os of `ioClass` counted so far. */
+unsigned long long power_cut_vfs_count(enum IoClass ioClass);
+
+/* The `n`-th I/O of `ioClass` from now (counting from 1) fails once with `fault`; 0 disarms. */
+void power_cut_vfs_fault(enum IoClass ioClass, unsigned long long n, enum IoFault fault);
+
+/* Non-zero once the armed fault has happened. */
+int power_cut_vfs_fault_hit(void);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,380 @@
+// fault_injection: fails single I/Os under the library's write operations and checks each time
+// that the failure is reported and harms nothing.
+//
+// For each operation it first counts the writes, syncs, reads and locks the operation makes on a
+// copy of a small catalogue; then, for each of them (or an even sample when there are many), it
+// runs the operation again on a fresh copy with that one I/O failing once (PowerCutVfs, see
+// IoFault for the errors) and checks:
+//   - the operation returned non-zero and did not throw, or returned 0 and its change is stored
+//     (SQLite absorbed the fault, e.g. in a checkpoint after the commit);
+//   - while the failed operation's process still holds the database, a fresh process finds the
+//     file whole (integrity_check), every earlier change there, and either nothing or exactly
+//     the change;
+//   - once the disk works again, the same operation in the same process succeeds, and the change
+//     is stored exactly once.
+// The stored rows are compared with the shared workload's model by its verifier.
+//
+// Usage: fault_injection [--max N] [--self-test]
+// --max N: at most N faults of each kind per operation (default 8; the first and last I/O are
+// always among them). --self-test makes a write report success and drop its data, so changes
+// must be found lost or damaged. Exit status: 0 every check held, 1 a check failed, 2 the
+// harness itself failed.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <cstdio>
+#include <set>
+
+#include "ArticleManager.h"
+#include "CatalogueWorkload.h"
+#include "Globals.h"
+#include "PowerCutVfs.h"
+#include "SpecialBarcodeRecognizer.h"
+
+namespace {
+
+QString ean13(unsigned int serial) {
+    const QString digits = QStringLiteral("200%1").arg(serial, 9, 10, QLatin1Char('0'));
+    return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
+}
+
+Change change(Kind kind, unsigned int plu, const QString& text = QString(),
+              const QString& text2 = QString(), qint64 price = 0, bool flag = false) {
+    Change c;
+    c.kind = kind;
+    c.plu = plu;
+    c.text = text;
+    c.text2 = text2;
+    c.price = price;
+    c.flag = flag;
+    return c;
+}
+
+// The catalogue every case starts from.
+std::vector<Change> baseChanges() {
+    return {change(AddArticle, 1, QStringLiteral("Chleb razowy"), ean13(1), 350),
+            change(AddArticle, 2, QStringLiteral("Mleko"), ean13(2), 289),
+            change(AddArticle, 3, QStringLiteral("Jabłka luz"), QString(), 499),
+            change(AddArticle, 4, QStringLiteral("Torba"), QString(), 100),
+            change(AddBarcode, 1, ean13(3), QString(), 0, true),
+            change(AddBarcode, 1, ean13(4), QString(), 0, false),
+            change(AddBarcode, 2, ean13(5), QString(), 0, true)};
+}
+
+struct Operation {
+    const char* name;
+    Change change;
+};
+
+// One of each kind of write the register makes.
+std::vector<Operation> operations() {
+    return {
+        {"ArticleEditor::AddRecord",
+         change(AddArticle, 10, QStringLiteral("Ser żółty"), ean13(6), 1299)},
+        {"ArticleEditor::EditRecord",
+         change(EditArticle, 2, QStringLiteral("Mleko 2%"), QString(), 420, true)},
+        {"ArticleEditor::UpdateArticlePrice", change(SetPrice, 3, QString(), QString(), 999)},
+        {"ArticleBarcodeManager::AddRecord", change(AddBarcode, 2, ean13(7), QString(), 0, false)},
+        {"ArticleBarcodeManager::DeleteBarcodes", change(DeleteBarcodes, 1)},
+        {"ArticleEditor::DeleteRecord", change(DeleteArticle, 4)},
+        {"ArticleEditor::ChangeAllArticlesPrices",
+         change(ConvertPrices, 0, QString(), QString(), 0, true)},
+        {"BeginTransaction + 3 AddRecord + CommitTransaction",
+         change(AddArticles, 20, QStringLiteral("Zestaw"), QString(), 100)},
+    };
+}
+
+struct FaultKind {
+    IoClass ioClass;
+    IoFault fault;
+    const char* name;
+};
+
+const FaultKind faultKinds[] = {
+    {IO_WRITE, IO_FAULT_ERROR, "write EIO"},   {IO_WRITE, IO_FAULT_FULL, "write disk full"},
+    {IO_WRITE, IO_FAULT_SHORT, "short write"}, {IO_SYNC, IO_FAULT_ERROR, "fsync EIO"},
+    {IO_READ, IO_FAULT_ERROR, "read EIO"},     {IO_READ, IO_FAULT_SHORT, "short read"},
+    {IO_LOCK, IO_FAULT_ERROR, "lock IOERR"},   {IO_LOCK, IO_FAULT_BUSY, "lock BUSY"},
+};
+const FaultKind lie = {IO_WRITE, IO_FAULT_LIE, "write dropped, success reported"};
+
+// Runs the change from the library's start; the result, or -2 when it threw.
+int attempt(const Change& c) {
+    try {
+        return perform(*G::articleManager, c);
+    } catch (...) {
+        return -2;
+    }
+}
+
+// The case's process: starts the library on `folder`, makes the change with the `n`-th I/O of
+// the kind failing (0: none), reports, waits for `go`, then retries a failed change.
+[[noreturn]] void runCase(const QString& folder, const Change& c, const FaultKind& kind,
+                          unsigned long long n, int go, int out) {
+    Library library;
+    const QString error = library.Start(folder);
+    if (!error.isEmpty()) {
+        say(out, "E " + error.toUtf8());
+        _exit(2);
+    }
+    unsigned long long before[4];
+    for (int i = 0; i < 4; ++i) {
+        before[i] = power_cut_vfs_count(static_cast<IoClass>(i));
+    }
+    power_cut_vfs_fault(kind.ioClass, n, kind.fault);
+    const int first = attempt(c);
+    const int hit = power_cut_vfs_fault_hit();
+    power_cut_vfs_fault(kind.ioClass, 0, kind.fault);
+    QByteArray line = "R " + QByteArray::number(first) + ' ' + QByteArray::number(hit);
+    for (int i = 0; i < 4; ++i) {
+        line += ' ' + QByteArray::number(power_cut_vfs_count(static_cast<IoClass>(i)) - before[i]);
+    }
+    say(out, line);
+    char byte = 0;
+    if (read(go, &byte, 1) != 1) {
+        _exit(2);
+    }
+    say(out, "S " + QByteArray::number(first == 0 ? 0 : attempt(c)));
+    _exit(0);  // as a crash would: what is committed must be on disk already
+}
+
+QByteArray readLine(int fd) {
+    QByteArray line;
+    char c = 0;
+    while (read(fd, &c, 1) == 1 && c != '\n') {
+        line += c;
+    }
+    return line;
+}
+
+bool copyFolder(const QString& from, const QString& to) {
+    QDir(to).removeRecursively();
+    QDir().mkpath(to);
+    for (const QString& name : QDir(from).entryList(QDir::Files)) {
+        if (!name.endsWith(QStringLiteral("-shm")) &&
+            !QFile::copy(QDir(from).filePath(name), QDir(to).filePath(name))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+struct Outcome {
+    QString failure;  // empty when every check held
+    int result = 0;
+    bool hit = false;
+    bool failedYetStored = false;
+    unsigned long long counts[4] = {0, 0, 0, 0};
+};
+
+Outcome runOne(const QString& base, const QString& folder, const Model& model, const Change& c,
+               const FaultKind& kind, unsigned long long n) {
+    Outcome outcome;
+    if (!copyFolder(base, folder)) {
+        outcome.failure = QStringLiteral("harness: the catalogue cannot be copied");
+        return outcome;
+    }
+    int goPipe[2];
+    if (pipe(goPipe) != 0) {
+        outcome.failure = QStringLiteral("harness: no pipe");
+        return outcome;
+    }
+    int fd = -1;
+    const pid_t child = spawn(fd, [&](int out) {
+        close(goPipe[1]);
+        runCase(folder, c, kind, n, goPipe[0], out);
+    });
+    close(goPipe[0]);
+    const QByteArray reported = readLine(fd);
+    const QList<QByteArray> parts = reported.split(' ');
+    // A change made twice (prices converted once) matches neither state: the verifier says so.
+    const std::vector<Change> once{c};
+    if (parts.size() != 7 || parts[0] != "R") {
+        outcome.failure = QStringLiteral("the case process failed: ") + QString::fromUtf8(reported);
+    } else {
+        outcome.result = parts[1].toInt();
+        outcome.hit = parts[2] == "1";
+        for (int i = 0; i < 4; ++i) {
+            outcome.counts[i] = parts[3 + i].toULongLong();
+        }
+        // Checked while the failed operation's connection is still open, as the register's is.
+        const Verdict during = verifyFolder(folder, model, once);
+        if (outcome.result == -2) {
+            outcome.failure = QStringLiteral("the operation threw");
+        } else if (during.held < 0) {
+            outcome.failure = QStringLiteral("after the fault: ") + during.why;
+        } else if (outcome.result == 0 && during.held != 1) {
+            outcome.failure =
+                QStringLiteral("reported success, but %1 changes are stored").arg(during.held);
+        }
+        outcome.failedYetStored = outcome.result != 0 && during.held == 1;
+    }
+    if (write(goPipe[1], "g", 1) != 1) {
+        outcome.failure = QStringLiteral("harness: the case process is gone");
+    }
+    close(goPipe[1]);
+    const QByteArray retried = readLine(fd);
+    close(fd);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!outcome.failure.isEmpty()) {
+        return outcome;
+    }
+    const int again = retried.startsWith("S ") ? retried.mid(2).toInt() : -3;
+    const Verdict after = verifyFolder(folder, model, once);
+    if (after.held < 0) {
+        outcome.failure = QStringLiteral("after the retry: ") + after.why;
+    } else if (after.held != 1) {
+        outcome.failure = QStringLiteral("after the retry (result %1) %2 changes are stored")
+                              .arg(again)
+                              .arg(after.held);
+    } else if (again != 0 && !outcome.failedYetStored) {
+        outcome.failure = QStringLiteral("the retry failed with %1").arg(again);
+    }
+    return outcome;
+}
+
+// Up to `most` of 1..count, evenly spread, the first and the last always among them.
+std::set<unsigned long long> sample(unsigned long long count, unsigned long long most) {
+    std::set<unsigned long long> picked;
+    if (count == 0) {
+        return picked;
+    }
+    if (count <= most) {
+        for (unsigned long long n = 1; n <= count; ++n) {
+            picked.insert(n);
+        }
+        return picked;
+    }
+    for (unsigned long long i = 0; i < most; ++i) {
+        picked.insert(1 + i * (count - 1) / (most - 1));
+    }
+    return picked;
+}
+
+// Builds the starting catalogue in `folder`; the model of it, or an error.
+QString buildBase(const QString& folder, Model& model) {
+    QDir().mkpath(folder);
+    const std::vector<Change> changes = baseChanges();
+    int fd = -1;
+    const pid_t child = spawn(fd, [&](int out) {
+        Library library;
+        const QString error = library.Start(folder);
+        if (!error.isEmpty()) {
+            say(out, "E " + error.toUtf8());
+            _exit(2);
+        }
+        for (const Change& c : changes) {
+            say(out, perform(*G::articleManager, c) == 0 ? "C" : "E a change was refused");
+        }
+        _exit(0);
+    });
+    const QList<QByteArray> lines = readLines(fd);
+    close(fd);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (lines.size() != static_cast<int>(changes.size()) ||
+        lines.contains("E a change was refused")) {
+        return QStringLiteral("the catalogue cannot be built: ") +
+               QString::fromUtf8(lines.join(' '));
+    }
+    for (const Change& c : changes) {
+        apply(model, c);
+    }
+    return QString();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    unsigned long long most = 8;
+    bool selfTest = false;
+    const QStringList arguments = QCoreApplication::arguments();
+    for (int i = 1; i < arguments.size(); ++i) {
+        if (arguments[i] == QStringLiteral("--self-test")) {
+            selfTest = true;
+        } else if (arguments[i] == QStringLiteral("--max") && i + 1 < arguments.size()) {
+            most = arguments[++i].toULongLong();
+        } else {
+            std::fprintf(stderr, "usage: fault_injection [--max N] [--self-test]\n");
+            return 2;
+        }
+    }
+    if (most < 2 || power_cut_vfs_register() != 0) {
+        std::fprintf(stderr, "fault_injection: --max below 2, or the VFS does not register\n");
+        return 2;
+    }
+    QTemporaryDir root(QDir::temp().filePath(QStringLiteral("fault_injection-XXXXXX")));
+    const QString base = QDir(root.path()).filePath(QStringLiteral("base"));
+    const QString folder = QDir(root.path()).filePath(QStringLiteral("case"));
+    Model model;
+    const QString built = buildBase(base, model);
+    if (!built.isEmpty()) {
+        std::printf("fault_injection: HARNESS FAILED %s\n", qPrintable(built));
+        return 2;
+    }
+
+    std::vector<FaultKind> kinds(std::begin(faultKinds), std::end(faultKinds));
+    if (selfTest) {
+        kinds = {lie};
+    }
+    int cases = 0;
+    int failures = 0;
+    for (const Operation& operation : operations()) {
+        // A clean run counts the I/Os of each kind the operation makes.
+        const Outcome clean = runOne(base, folder, model, operation.change, kinds[0], 0);
+        if (!clean.failure.isEmpty() || clean.result != 0) {
+            std::printf("fault_injection: HARNESS FAILED %s without a fault: %d %s\n",
+                        operation.name, clean.result, qPrintable(clean.failure));
+            return 2;
+        }
+        std::printf("%s: %llu writes, %llu syncs, %llu reads, %llu locks\n", operation.name,
+                    clean.counts[IO_WRITE], clean.counts[IO_SYNC], clean.counts[IO_READ],
+                    clean.counts[IO_LOCK]);
+        for (const FaultKind& kind : kinds) {
+            int injected = 0;
+            int refused = 0;
+            int absorbed = 0;
+            int storedAnyway = 0;
+            std::set<int> results;
+            for (const unsigned long long n : sample(clean.counts[kind.ioClass], most)) {
+                const Outcome outcome = runOne(base, folder, model, operation.change, kind, n);
+                ++cases;
+                if (!outcome.hit) {
+                    continue;  // the I/Os ran differently this time: nothing failed
+                }
+                ++injected;
+                if (outcome.result == 0) {
+                    ++absorbed;
+                } else {
+                    ++refused;
+                    results.insert(outcome.result);
+                }
+                storedAnyway += outcome.failedYetStored ? 1 : 0;
+                if (!outcome.failure.isEmpty()) {
+                    ++failures;
+                    std::printf("  FAILED %s at %s %llu: %s\n", operation.name, kind.name, n,
+                                qPrintable(outcome.failure));
+                }
+            }
+            QStringList codes;
+            for (const int r : results) {
+                codes << QString::number(r);
+            }
+            std::printf(
+                "  %-18s %2d injected: %2d refused (result %s), %2d absorbed, %d refused yet "
+                "stored\n",
+                kind.name, injected, refused, qPrintable(codes.join(QLatin1Char('/'))), absorbed,
+                storedAnyway);
+            std::fflush(stdout);
+        }
+    }
+    std::printf("fault_injection: %d cases, %d failed\n", cases, failures);
+    return failures == 0 ? 0 : 1;
+}
