@@ -20,7 +20,7 @@
 #include "DeptDBManager.h"
 #include "Globals.h"
 #include "Logger.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 #include "SystemManager.h"
 #include "TaxRatesManager.h"
 

@@ -8,7 +8,7 @@
 #include "ArticleSeeker.h"
 #include "Barcode.h"
 #include "DBManager.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 
 // Which of an article's barcode rows DeleteBarcodes removes.
 enum ArticleBarcodesDeleteMode {

@@ -8,7 +8,7 @@
 #include "CurrencyExchangeRate.h"
 #include "DBManager.h"
 #include "PriceValue.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 
 // The write side of the Article table: adds, edits and deletes single articles. It writes only
 // the Article table: an article's barcode rows and other articles' links to it are the caller's

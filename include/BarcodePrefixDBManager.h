@@ -5,8 +5,8 @@
 
 #include "ArticleManagerGlobal.h"
 #include "DBManager.h"
-#include "SpecialBarcodePrefix.h"
-#include "SpecialBarcodeSubjectType.h"
+#include "ScaleLabelKind.h"
+#include "ScaleLabelPrefix.h"
 
 // Keeps the SpecialBarcodePrefixes table: the prefixes that mark in-store labels and the kind
 // of value each carries (0 weight, 1 price). No lock of its own; there is no Uninitialize.

@@ -1,6 +1,6 @@
 #include "CatalogueGenerator.h"
 
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 
 namespace {
 

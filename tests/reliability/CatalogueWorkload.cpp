@@ -19,7 +19,7 @@
 #include "Globals.h"
 #include "Logger.h"
 #include "PriceValue.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 #include "SystemManager.h"
 
 bool Model::operator==(const Model& other) const {

@@ -28,7 +28,7 @@
 #include "DatabaseFixture.h"
 #include "DeptDBManager.h"
 #include "PriceValue.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 #include "SystemManager.h"
 #include "TaxRatesManager.h"
 

@@ -34,7 +34,7 @@
 #include "CatalogueWorkload.h"
 #include "Globals.h"
 #include "PowerCutVfs.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 
 namespace {
 

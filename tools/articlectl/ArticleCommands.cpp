@@ -10,7 +10,7 @@
 #include "CatalogueWriter.h"
 #include "Commands.h"
 #include "Gs1.h"
-#include "SpecialBarcodePrefix.h"
+#include "ScaleLabelPrefix.h"
 #include "TablePrinter.h"
 #include "Tool.h"
 

@@ -6,7 +6,7 @@
 #include "CatalogueGenerator.h"
 #include "CatalogueWriter.h"
 #include "Commands.h"
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 #include "Tool.h"
 
 namespace {

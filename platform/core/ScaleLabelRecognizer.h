@@ -5,7 +5,7 @@
 #include <QVector>
 #include <mutex>
 
-#include "SpecialBarcodeSubjectType.h"
+#include "ScaleLabelKind.h"
 #include "VexCoreGlobal.h"
 
 class DBManager;

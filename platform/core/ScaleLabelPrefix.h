@@ -3,7 +3,7 @@
 #include <QString>
 
 #include "AbstractDatabaseBasicRecord.h"
-#include "SpecialBarcodeSubjectType.h"
+#include "ScaleLabelKind.h"
 #include "VexCoreGlobal.h"
 
 // One row of the SpecialBarcodePrefixes table: a barcode prefix and the kind of value that

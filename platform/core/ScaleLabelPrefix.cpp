@@ -1,4 +1,4 @@
-#include "SpecialBarcodePrefix.h"
+#include "ScaleLabelPrefix.h"
 
 SpecialBarcodePrefix::SpecialBarcodePrefix(unsigned int id, const QString& prefix,
                                            SpecialBarcodeSubjectType type)

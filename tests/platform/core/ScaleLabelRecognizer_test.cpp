@@ -1,6 +1,6 @@
 // Recognition of in-store labels printed by scales.
 
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 #include "DatabaseFixture.h"
 #include "Globals.h"
 

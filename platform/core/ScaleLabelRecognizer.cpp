@@ -1,4 +1,4 @@
-#include "SpecialBarcodeRecognizer.h"
+#include "ScaleLabelRecognizer.h"
 
 #include <algorithm>
 
