@@ -188,7 +188,7 @@ int RunAdd(Tool& tool, const QStringList& arguments) {
                                    QStringLiteral("An additional barcode (repeatable)."),
                                    QStringLiteral("CODE"));
     parser.addOption(extra);
-    int exit = tool.ParseCommand(parser, QStringLiteral("add"), arguments, 0, 0, false);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -250,7 +250,7 @@ int RunEdit(Tool& tool, const QStringList& arguments) {
     parser.addPositionalArgument(QStringLiteral("PLU"), QStringLiteral("The article to change."));
     ArticleOptions options;
     options.AddTo(parser);
-    int exit = tool.ParseCommand(parser, QStringLiteral("edit"), arguments, 1, 1, false);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }
@@ -310,7 +310,7 @@ int RunDelete(Tool& tool, const QStringList& arguments) {
     parser.setApplicationDescription(QStringLiteral(
         "Deletes the article of PLU, its barcodes, and other articles' links to it."));
     parser.addPositionalArgument(QStringLiteral("PLU"), QStringLiteral("The article to delete."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("delete"), arguments, 1, 1, false);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }
@@ -349,7 +349,7 @@ int RunShow(Tool& tool, const QStringList& arguments) {
     const QCommandLineOption byBarcode(QStringLiteral("barcode"),
                                        QStringLiteral("KEY is a barcode."));
     parser.addOptions({byId, byName, byBarcode});
-    int exit = tool.ParseCommand(parser, QStringLiteral("show"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -405,7 +405,7 @@ int RunList(Tool& tool, const QStringList& arguments) {
     const QCommandLineOption handy(QStringLiteral("handy"),
                                    QStringLiteral("Only articles on the handy list."));
     parser.addOption(handy);
-    int exit = tool.ParseCommand(parser, QStringLiteral("list"), arguments, 0, 2, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 2, true);
     if (exit >= 0) {
         return exit;
     }
@@ -475,13 +475,12 @@ int RunList(Tool& tool, const QStringList& arguments) {
 namespace {
 
 int runStep(Tool& tool, const QStringList& arguments, bool forward) {
-    const QString command = forward ? QStringLiteral("next") : QStringLiteral("prev");
     QCommandLineParser parser;
     parser.setApplicationDescription(
         forward ? QStringLiteral("Shows the article with the next PLU above PLU.")
                 : QStringLiteral("Shows the article with the next PLU below PLU."));
     parser.addPositionalArgument(QStringLiteral("PLU"), QStringLiteral("Where to start."));
-    int exit = tool.ParseCommand(parser, command, arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -531,7 +530,7 @@ int RunPrev(Tool& tool, const QStringList& arguments) {
 int RunFirstFreePlu(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Prints the lowest PLU that no article uses."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("first-free-plu"), arguments, 0, 0, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }
@@ -562,7 +561,7 @@ int RunCount(Tool& tool, const QStringList& arguments) {
     const QCommandLineOption handy(QStringLiteral("handy"),
                                    QStringLiteral("Only articles on the handy list."));
     parser.addOption(handy);
-    int exit = tool.ParseCommand(parser, QStringLiteral("count"), arguments, 0, 2, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 2, true);
     if (exit >= 0) {
         return exit;
     }
@@ -602,7 +601,7 @@ int RunScan(Tool& tool, const QStringList& arguments) {
         "Does what the register does when CODE is scanned: recognises scale labels, finds the "
         "article and shows what to pay."));
     parser.addPositionalArgument(QStringLiteral("CODE"), QStringLiteral("The scanned code."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("scan"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }

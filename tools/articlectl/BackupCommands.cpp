@@ -21,7 +21,7 @@ int RunBackup(Tool& tool, const QStringList& arguments) {
     const QCommandLineOption list(QStringLiteral("list"),
                                   QStringLiteral("Lists the copies in FILE.backups/."));
     parser.addOption(list);
-    const int exit = tool.ParseCommand(parser, QStringLiteral("backup"), arguments, 0, 1, true);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -92,7 +92,7 @@ int RunRestore(Tool& tool, const QStringList& arguments) {
         "at once."));
     parser.addPositionalArgument(QStringLiteral("BACKUP"),
                                  QStringLiteral("The copy, e.g. one listed by 'backup --list'."));
-    const int exit = tool.ParseCommand(parser, QStringLiteral("restore"), arguments, 1, 1, false);
+    const int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }

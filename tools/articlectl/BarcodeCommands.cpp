@@ -40,7 +40,7 @@ int addBarcode(Tool& tool, const QStringList& arguments) {
     const QCommandLineOption main(QStringLiteral("main"),
                                   QStringLiteral("Make it the main barcode."));
     parser.addOption(main);
-    int exit = tool.ParseCommand(parser, QStringLiteral("barcode add"), arguments, 2, 2, false);
+    int exit = tool.ParseCommand(parser, arguments, 2, 2, false);
     if (exit >= 0) {
         return exit;
     }
@@ -92,7 +92,7 @@ int listBarcodes(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Lists the barcodes of the article of PLU."));
     parser.addPositionalArgument(QStringLiteral("PLU"), QStringLiteral("The article."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("barcode list"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -134,7 +134,7 @@ int deleteBarcode(Tool& tool, const QStringList& arguments) {
         QStringLiteral("Deletes an additional barcode. A main barcode is changed with 'articlectl "
                        "edit PLU --barcode'."));
     parser.addPositionalArgument(QStringLiteral("CODE"), QStringLiteral("The barcode."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("barcode delete"), arguments, 1, 1, false);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }
@@ -162,7 +162,7 @@ int walkBarcodes(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Lists every additional barcode of the catalogue, one by one."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("barcode walk"), arguments, 0, 0, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }

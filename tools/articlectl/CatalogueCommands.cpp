@@ -45,7 +45,7 @@ int RunInit(Tool& tool, const QStringList& arguments) {
         QStringLiteral(
             "Reset the departments, tax rates and label prefixes of a catalogue in use."));
     parser.addOption(force);
-    int exit = tool.ParseCommand(parser, QStringLiteral("init"), arguments, 0, 0, false);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -102,7 +102,7 @@ int RunClear(Tool& tool, const QStringList& arguments) {
         QStringLiteral("no-receipts"),
         QStringLiteral("The register keeps no receipt database: clear without asking one."));
     parser.addOption(noReceipts);
-    int exit = tool.ParseCommand(parser, QStringLiteral("clear"), arguments, 0, 0, false);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -144,7 +144,7 @@ int RunClear(Tool& tool, const QStringList& arguments) {
 int RunStats(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Counts and sizes of the catalogue."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("stats"), arguments, 0, 0, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }

@@ -17,10 +17,6 @@
 
 namespace {
 
-// PRAGMA application_id of an article database and of a receipt database, as the database
-// layer stamps them ("AMAR", "AMRC").
-constexpr qint64 articlesApplicationId = 0x414D4152;
-constexpr qint64 receiptsApplicationId = 0x414D5243;
 // The register's tax rates are numbered 1 to 7; 65535 marks one not in use.
 constexpr int taxRateCount = 7;
 constexpr qint64 rateNotInUse = 65535;
@@ -453,7 +449,7 @@ int RunCheck(Tool& tool, const QStringList& arguments) {
         "made without the library. Each problem is one line.\n"
         "Exit 0: no problem; 1: problems found; 4: the file cannot be read as an article\n"
         "database."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("check"), arguments, 0, 0, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }
@@ -473,10 +469,10 @@ int RunCheck(Tool& tool, const QStringList& arguments) {
                 .arg(path, file.Opened() ? file.Error() : QStringLiteral("it cannot be opened")),
             QStringLiteral("restore it from a backup (FILE.backups/)"));
     }
-    if (applicationId != articlesApplicationId) {
+    if (applicationId != DBManager::ApplicationId(DBManager::SCHEMA_ARTICLES)) {
         return tool.Fail(
             EXIT_DATABASE,
-            applicationId == receiptsApplicationId
+            applicationId == DBManager::ApplicationId(DBManager::SCHEMA_RECEIPTS)
                 ? QStringLiteral("%1 is a receipt database, not an article database").arg(path)
                 : QStringLiteral("%1 is not an article database").arg(path),
             QStringLiteral("give --db the article database to check"));

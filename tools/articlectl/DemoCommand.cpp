@@ -59,7 +59,7 @@ int RunDemo(Tool& tool, const QStringList& arguments) {
                                         QStringLiteral("How many articles (default 300)."),
                                         QStringLiteral("N"));
     parser.addOption(sizeOption);
-    int exit = tool.ParseCommand(parser, QStringLiteral("demo"), arguments, 0, 0, false);
+    int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }

@@ -8,9 +8,9 @@ enum ExitCode {
     EXIT_DONE = 0,
     EXIT_NOT_FOUND = 1,
     EXIT_PROBLEMS = 1,  // check found problems
-    EXIT_USAGE = 2,      // a usage error or bad input
-    EXIT_REFUSED = 3,    // a duplicate, receipts exist, a conflicting record
-    EXIT_DATABASE = 4,   // the database could not be read or written
+    EXIT_USAGE = 2,     // a usage error or bad input
+    EXIT_REFUSED = 3,   // a duplicate, receipts exist, a conflicting record
+    EXIT_DATABASE = 4,  // the database could not be read or written
 };
 
 // The exit code for a result of the library's seeker or editors.

@@ -33,7 +33,7 @@ int setPrice(Tool& tool, const QStringList& arguments) {
     parser.addPositionalArgument(QStringLiteral("PLU"), QStringLiteral("The article."));
     parser.addPositionalArgument(QStringLiteral("VALUE"),
                                  QStringLiteral("The new price, e.g. 12.99."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("price set"), arguments, 2, 2, false);
+    int exit = tool.ParseCommand(parser, arguments, 2, 2, false);
     if (exit >= 0) {
         return exit;
     }
@@ -70,7 +70,7 @@ int convertPrices(Tool& tool, const QStringList& arguments) {
         "9999999.99. All prices change or none."));
     parser.addPositionalArgument(QStringLiteral("RATE"),
                                  QStringLiteral("The exchange rate, e.g. 4.3210."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("price convert"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }

@@ -97,7 +97,7 @@ int RunImport(Tool& tool, const QStringList& arguments) {
         QStringLiteral("Print the columns with their English and Polish names and stop."));
     parser.addOptions({separatorOption, encodingOption, ignoreOption, replaceOption, dryRunOption,
                        createOption, columnsOption});
-    int exit = tool.ParseCommand(parser, QStringLiteral("import"), arguments, 0, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 0, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -144,7 +144,7 @@ int RunExport(Tool& tool, const QStringList& arguments) {
         QStringLiteral("Semicolons, decimal commas and a UTF-8 byte order mark, for a "
                        "spreadsheet set to Polish."));
     parser.addOption(excelOption);
-    int exit = tool.ParseCommand(parser, QStringLiteral("export"), arguments, 1, 1, false);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }

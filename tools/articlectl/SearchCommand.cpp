@@ -212,7 +212,7 @@ int RunSearch(Tool& tool, const QStringList& arguments) {
         QStringLiteral("Ignore diacritics too: 'zolty' finds \"Żółty\", 'lodz' finds \"Łódź\". "
                        "Reads every article."));
     parser.addOptions({limitOption, foldOption});
-    int exit = tool.ParseCommand(parser, QStringLiteral("search"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }

@@ -95,7 +95,7 @@ void printDeptTable(Tool& tool, const QList<QSharedPointer<const Dept>>& depts) 
 int deptList(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Lists the departments."));
-    const int exit = tool.ParseCommand(parser, QStringLiteral("dept list"), arguments, 0, 0, true);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }
@@ -120,7 +120,7 @@ int deptShow(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Shows department N."));
     parser.addPositionalArgument(QStringLiteral("N"), QStringLiteral("The department, 1-99."));
-    int exit = tool.ParseCommand(parser, QStringLiteral("dept show"), arguments, 1, 1, true);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }
@@ -168,7 +168,7 @@ int deptSet(Tool& tool, const QStringList& arguments) {
         QStringLiteral("order-printer"),
         QStringLiteral("Its articles go to the order printer (yes/no)."), QStringLiteral("YES|NO"));
     parser.addOptions({name, maxDiscount, maxSurcharge, noDiscounts, orderPrinter});
-    int exit = tool.ParseCommand(parser, QStringLiteral("dept set"), arguments, 1, 1, false);
+    int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }
@@ -231,8 +231,7 @@ int deptReset(Tool& tool, const QStringList& arguments) {
     parser.setApplicationDescription(
         QStringLiteral("Rebuilds the department table: 99 unnamed departments with the "
                        "firmware's flags and limits. The table before is backed up first."));
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("dept reset"), arguments, 0, 0, false);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -261,8 +260,7 @@ int deptNames(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Gives departments 1-16 the firmware's default names (\"Grupa towarowa N\")."));
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("dept names"), arguments, 0, 0, false);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -340,7 +338,7 @@ int taxList(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Lists the seven tax rates and how many articles use each."));
-    const int exit = tool.ParseCommand(parser, QStringLiteral("tax list"), arguments, 0, 0, true);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }
@@ -385,7 +383,7 @@ int taxSet(Tool& tool, const QStringList& arguments) {
     parser.addPositionalArgument(QStringLiteral("RATE"), QStringLiteral("The rate, 1-7 or A-G."));
     parser.addPositionalArgument(QStringLiteral("VALUE"),
                                  QStringLiteral("A percentage, 'exempt' or 'unused'."));
-    const int exit = tool.ParseCommand(parser, QStringLiteral("tax set"), arguments, 2, 2, false);
+    const int exit = tool.ParseCommand(parser, arguments, 2, 2, false);
     if (exit >= 0) {
         return exit;
     }
@@ -452,7 +450,7 @@ int taxReset(Tool& tool, const QStringList& arguments) {
     parser.setApplicationDescription(
         QStringLiteral("Resets the tax rates: A to G, none in use. Refused while articles use "
                        "a rate. The table before is backed up first."));
-    const int exit = tool.ParseCommand(parser, QStringLiteral("tax reset"), arguments, 0, 0, false);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -575,8 +573,7 @@ int prefixList(Tool& tool, const QStringList& arguments) {
         QStringLiteral("Lists the prefixes of in-store labels: all, or those of one kind."));
     const QCommandLineOption kind = kindOption(QStringLiteral("weight, price or none."));
     parser.addOption(kind);
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("prefix list"), arguments, 0, 0, true);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, true);
     if (exit >= 0) {
         return exit;
     }
@@ -644,8 +641,7 @@ int prefixAdd(Tool& tool, const QStringList& arguments) {
         QStringLiteral("overlap"),
         QStringLiteral("Store a prefix that begins another one, or that another begins."));
     parser.addOptions({kind, replace, overlap});
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("prefix add"), arguments, 2, 2, false);
+    const int exit = tool.ParseCommand(parser, arguments, 2, 2, false);
     if (exit >= 0) {
         return exit;
     }
@@ -745,8 +741,7 @@ int prefixRemove(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Removes prefix entry ID."));
     parser.addPositionalArgument(QStringLiteral("ID"), QStringLiteral("The entry number."));
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("prefix remove"), arguments, 1, 1, false);
+    const int exit = tool.ParseCommand(parser, arguments, 1, 1, false);
     if (exit >= 0) {
         return exit;
     }
@@ -790,8 +785,7 @@ int prefixReset(Tool& tool, const QStringList& arguments) {
     parser.setApplicationDescription(QStringLiteral(
         "Restores the factory prefixes: 27, 29 price; 23, 24 weight. Every other entry goes; "
         "the table before is backed up first."));
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("prefix reset"), arguments, 0, 0, false);
+    const int exit = tool.ParseCommand(parser, arguments, 0, 0, false);
     if (exit >= 0) {
         return exit;
     }
@@ -818,8 +812,7 @@ int prefixClassify(Tool& tool, const QStringList& arguments) {
         "Tells which kind of label PREFIX marks, as the register asks it: the text is compared "
         "whole with the stored prefixes. Exit 1 when it is not one of them."));
     parser.addPositionalArgument(QStringLiteral("PREFIX"), QStringLiteral("The prefix, e.g. 27."));
-    const int exit =
-        tool.ParseCommand(parser, QStringLiteral("prefix classify"), arguments, 1, 1, true);
+    const int exit = tool.ParseCommand(parser, arguments, 1, 1, true);
     if (exit >= 0) {
         return exit;
     }

@@ -290,6 +290,7 @@ int Tool::dispatch(const QList<Command>& table, const QString& path, const QStri
         return dispatch(*command->subcommands, name, arguments.mid(1));
     }
     current = command;
+    currentName = name;
     return command->run(*this, arguments.mid(1));
 }
 
@@ -320,8 +321,9 @@ int Tool::help(const QStringList& words) {
     return dispatch(Commands(), QString(), words + QStringList(QStringLiteral("--help")));
 }
 
-int Tool::ParseCommand(QCommandLineParser& parser, const QString& command,
-                       const QStringList& arguments, int minimum, int maximum, bool readCommand) {
+int Tool::ParseCommand(QCommandLineParser& parser, const QStringList& arguments, int minimum,
+                       int maximum, bool readCommand) {
+    const QString& command = currentName;
     const QCommandLineOption helpOption(QStringList{QStringLiteral("h"), QStringLiteral("help")},
                                         QStringLiteral("Shows this help."));
     const QCommandLineOption jsonOption(QStringLiteral("json"),

@@ -86,12 +86,13 @@ public:
     // rolled back otherwise. Returns work's exit code, or 4 when the transaction failed.
     int InTransaction(const std::function<int()>& work);
 
-    // The shared prologue of every command: parses its arguments (options, --help with the
-    // command's example, the positional arguments it needs: between `minimum` and `maximum`,
-    // -1 for no limit). Returns -1 when the command may go on, otherwise the exit code to
-    // return (0 after --help, 2 for a usage error). `readCommand`: --json is listed.
-    int ParseCommand(QCommandLineParser& parser, const QString& command,
-                     const QStringList& arguments, int minimum, int maximum, bool readCommand);
+    // The shared prologue of every command, named as the dispatcher reached it ("dept set"):
+    // parses its arguments (options, --help with the command's example, the positional
+    // arguments it needs: between `minimum` and `maximum`, -1 for no limit). Returns -1 when
+    // the command may go on, otherwise the exit code to return (0 after --help, 2 for a usage
+    // error). `readCommand`: --json is listed.
+    int ParseCommand(QCommandLineParser& parser, const QStringList& arguments, int minimum,
+                     int maximum, bool readCommand);
 
     static const QList<Command>& Commands();
 
@@ -113,6 +114,7 @@ private:
     bool json = false;
     bool verbose = false;
     const Command* current = nullptr;
+    QString currentName;  // with its group: "dept set"
     std::unique_ptr<DBManager> articles;
     std::unique_ptr<DBManager> receipts;
 };
