@@ -313,6 +313,18 @@ int DBManager::LatestSchemaVersion(eSchema schema) {
     return migrator ? migrator->LatestVersion() : 0;
 }
 
+quint32 DBManager::ApplicationId(eSchema schema) {
+    switch (schema) {
+        case SCHEMA_ARTICLES:
+            return articlesApplicationId;
+        case SCHEMA_RECEIPTS:
+            return receiptsApplicationId;
+        case SCHEMA_NONE:
+        default:
+            return 0;
+    }
+}
+
 QString DBManager::GetLastError() const {
     Lock lock(d->mutex);
     return d->failures.LastError();

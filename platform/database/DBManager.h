@@ -94,6 +94,8 @@ public:
     int GetSchemaVersion() const;
     // The version that Open() brings a file of that kind to.
     static int LatestSchemaVersion(eSchema schema);
+    // The PRAGMA application_id that marks a file of that kind (0 for SCHEMA_NONE).
+    static quint32 ApplicationId(eSchema schema);
     // SQLite's text for the last failure on this connection.
     QString GetLastError() const;
 
