@@ -1,8 +1,9 @@
-// Article record writes on a real article database.
+// Article record writes, price changes and clearing the catalogue on a real article database.
 
 #include "ArticleEditor.h"
 #include "DatabaseFixture.h"
 #include "Logger.h"
+#include "SignalSystem.h"
 #include "SqlRecorder.h"
 
 namespace {
@@ -16,6 +17,10 @@ protected:
                            "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
         ASSERT_TRUE(seeker.Initialize(articles.get()));
         ASSERT_TRUE(editor.Initialize(articles.get(), &seeker));
+    }
+    void TearDown() override {
+        G::getSignals->ClearCallbacks(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED);
+        DatabaseFixture::TearDown();
     }
 
     static Article sample(unsigned int plu, const QString& name) {
@@ -33,8 +38,34 @@ protected:
         article.linkPluNo = 5;
         return article;
     }
+    Article add(unsigned int plu, const QString& name, unsigned int linkPlu = 5) {
+        Article article = sample(plu, name);
+        article.linkPluNo = linkPlu;
+        EXPECT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(article));
+        Article found;
+        EXPECT_EQ(0, seeker.FindPlu(plu, found, false));
+        return found;
+    }
+    QStringList column(const QString& name) {
+        return Raw().Rows(QStringLiteral("SELECT %1 FROM Article ORDER BY id").arg(name));
+    }
+    QStringList stored() { return column(QStringLiteral("*")); }
 
-    QStringList stored() { return Raw().Rows(QStringLiteral("SELECT * FROM Article ORDER BY id")); }
+    // Stores one article per price, PLU 1, 2, ...; returns the prices after converting.
+    QList<qint64> convert(const QList<qint64>& prices, const CurrencyExchangeRate& rate) {
+        Raw().Exec(QStringLiteral("DELETE FROM Article"));
+        unsigned int plu = 1;
+        for (qint64 price : prices) {
+            AddArticle(plu, QStringLiteral("A%1").arg(plu), QString(), price);
+            ++plu;
+        }
+        EXPECT_EQ(DB_OPERATION_SUCCESS, editor.ChangeAllArticlesPrices(rate));
+        QList<qint64> converted;
+        for (const QString& price : column(QStringLiteral("price"))) {
+            converted.append(price.toLongLong());
+        }
+        return converted;
+    }
 
     ArticleSeeker seeker;
     ArticleEditor editor;
@@ -42,21 +73,18 @@ protected:
 
 }  // namespace
 
-TEST_F(ArticleEditorTest, AddedArticleReadsBackFieldForField) {
+TEST_F(ArticleEditorTest, AddedArticleReadsBackWithItsMainBarcodeNormalised) {
     Article article = sample(100, QStringLiteral("Mleko 2% 1l"));
     const Article given = article;
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(article));
     EXPECT_EQ(given, article) << "the record passed in must not change";
-    EXPECT_EQ(0u, article.id);
     Article found;
     ASSERT_EQ(0, seeker.FindPlu(100, found, false));
-    article.id = found.id;
     EXPECT_NE(0u, found.id);
+    article.id = found.id;
     EXPECT_EQ(article, found);
     EXPECT_TRUE(log->IsEmpty());
-}
 
-TEST_F(ArticleEditorTest, MainBarcodeIsStoredNormalised) {
     Article weighed = sample(1, QStringLiteral("Schab"));
     weighed.mainBarcode = QStringLiteral("2312345012500");  // 1250 g of item 12345
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(weighed));
@@ -64,20 +92,17 @@ TEST_F(ArticleEditorTest, MainBarcodeIsStoredNormalised) {
     Article noBarcode = sample(2, QStringLiteral("Bułka"));
     noBarcode.mainBarcode.clear();
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(noBarcode));
-    EXPECT_EQ(QStringList({"2312345000002", ""}),
-              Raw().Rows(QStringLiteral("SELECT main_barcode FROM Article ORDER BY plu_no")));
+    EXPECT_EQ(QStringList({"5901234123457", "2312345000002", ""}),
+              column(QStringLiteral("main_barcode")));
     // Editing normalises the same way.
-    Article found;
     ASSERT_EQ(0, seeker.FindPlu(2, found, false));
     found.mainBarcode = QStringLiteral("2912345001001");
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.EditRecord(found));
-    EXPECT_EQ(QStringLiteral("2912345000004"),
-              Raw().Text(QStringLiteral("SELECT main_barcode FROM Article WHERE plu_no = 2")));
+    EXPECT_EQ(QStringLiteral("2912345000004"), column(QStringLiteral("main_barcode")).last());
 }
 
 TEST_F(ArticleEditorTest, DuplicatesAreRefusedByTheDatabaseWithTheStoredRowIntact) {
-    Article first = sample(7, QStringLiteral("Chleb"));
-    ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(first));
+    add(7, QStringLiteral("Chleb"));
     const QStringList before = stored();
     Article samePlu = sample(7, QStringLiteral("Inny"));
     EXPECT_EQ(DB_OPERATION_CONSTRAINT, editor.AddRecord(samePlu));
@@ -91,13 +116,9 @@ TEST_F(ArticleEditorTest, DuplicatesAreRefusedByTheDatabaseWithTheStoredRowIntac
     EXPECT_FALSE(editor.IsRecordExist(QStringLiteral("Chleby")));
 }
 
-TEST_F(ArticleEditorTest, EditRewritesTheRowOfItsIdOnly) {
-    Article a = sample(1, QStringLiteral("A"));
-    Article b = sample(2, QStringLiteral("B"));
-    editor.AddRecord(a);
-    editor.AddRecord(b);
-    Article found;
-    ASSERT_EQ(0, seeker.FindPlu(1, found, false));
+TEST_F(ArticleEditorTest, EditAndDeleteTouchTheRowOfTheirIdOnly) {
+    Article found = add(1, QStringLiteral("A"));
+    add(2, QStringLiteral("B"), 1);
     found.name = QStringLiteral("A nowe");
     found.price = 1;
     found.saleBlocked = true;
@@ -117,52 +138,29 @@ TEST_F(ArticleEditorTest, EditRewritesTheRowOfItsIdOnly) {
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
                               QStringLiteral("ArticleEditor: SQL error when try to update article "
                                              "to the database!")));
-}
 
-TEST_F(ArticleEditorTest, DeleteRemovesOnlyTheArticleRow) {
-    Article a = sample(1, QStringLiteral("A"));
-    Article b = sample(2, QStringLiteral("B"));
-    b.linkPluNo = 1;
-    editor.AddRecord(a);
-    editor.AddRecord(b);
-    Article found;
-    ASSERT_EQ(0, seeker.FindPlu(1, found, false));
+    // Deleting leaves its barcodes and the links to it.
     AddBarcode(found.id, QStringLiteral("5901234123457"), true);
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.DeleteRecord(found));
     EXPECT_EQ(3, seeker.FindPlu(1, found, false));
     EXPECT_EQ(1, Raw().Count(QStringLiteral("ArticleBarcode")));
-    EXPECT_EQ(QStringLiteral("1"), Raw().Text(QStringLiteral("SELECT link_plu_no FROM Article")));
+    EXPECT_EQ(QStringList({"1"}), column(QStringLiteral("link_plu_no")));
 }
 
-TEST_F(ArticleEditorTest, RemovingLinksRunsItsStatementAndAnswersInverted) {
-    Article a = sample(25, QStringLiteral("A"));
-    Article b = sample(2, QStringLiteral("B"));
-    Article c = sample(3, QStringLiteral("C"));
-    a.linkPluNo = 0;
-    b.linkPluNo = 25;
-    c.linkPluNo = 2;
-    editor.AddRecord(a);
-    editor.AddRecord(b);
-    editor.AddRecord(c);
-    SqlRecorder sql(articles.get());
+TEST_F(ArticleEditorTest, RemovingLinksAnswersInverted) {
+    add(25, QStringLiteral("A"), 0);
+    add(2, QStringLiteral("B"), 25);
+    add(3, QStringLiteral("C"), 2);
     EXPECT_FALSE(editor.RemoveAllLinksToGivenArticle(25));
-    EXPECT_EQ(QStringList({"UPDATE Article             SET link_plu_no = 0                 WHERE "
-                           "link_plu_no == 25"}),
-              sql.Texts());
-    EXPECT_EQ(QStringList({"0", "0", "2"}),
-              Raw().Rows(QStringLiteral("SELECT link_plu_no FROM Article ORDER BY id")));
+    EXPECT_EQ(QStringList({"0", "0", "2"}), column(QStringLiteral("link_plu_no")));
     EXPECT_FALSE(editor.RemoveAllLinksToGivenArticle(0));
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
     EXPECT_TRUE(editor.RemoveAllLinksToGivenArticle(2));
-    EXPECT_EQ(QStringLiteral("2"),
-              Raw().Text(QStringLiteral("SELECT link_plu_no FROM Article WHERE plu_no = 3")));
+    EXPECT_EQ(QStringList({"0", "0", "2"}), column(QStringLiteral("link_plu_no")));
 }
 
 TEST_F(ArticleEditorTest, WriteFailuresReturnTheDatabaseResultAndTheirMessages) {
-    Article a = sample(1, QStringLiteral("A"));
-    editor.AddRecord(a);
-    Article found;
-    seeker.FindPlu(1, found, false);
+    Article found = add(1, QStringLiteral("A"));
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("INSERT"));
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("DELETE"));
@@ -171,10 +169,13 @@ TEST_F(ArticleEditorTest, WriteFailuresReturnTheDatabaseResultAndTheirMessages) 
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.AddRecord(b));
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.EditRecord(found));
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.DeleteRecord(found));
+    EXPECT_EQ(DB_OPERATION_ERROR, editor.UpdateArticlePrice(1, PriceValue(1)));
     for (const char* message :
          {"ArticleEditor: SQL error when try to insert article to the database!",
           "ArticleEditor: SQL error when try to update article to the database!",
-          "ArticleEditor: SQL error when try to delete article from the database!"}) {
+          "ArticleEditor: SQL error when try to delete article from the database!",
+          "ArticleEditor: SQL error when try to update price of chosen article in the "
+          "database!"}) {
         EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, QString::fromUtf8(message))) << message;
     }
     EXPECT_EQ(1, Raw().Count(QStringLiteral("Article")));
@@ -186,21 +187,18 @@ TEST_F(ArticleEditorTest, UninitialisedEditorRefusesWithoutTouchingTheDatabase) 
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(a));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.EditRecord(a));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteRecord(a));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateArticlePrice(5, PriceValue(1)));
     EXPECT_FALSE(fresh.IsRecordExist(QStringLiteral("A")));
     EXPECT_TRUE(editor.Uninitialize());
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, editor.AddRecord(a));
     EXPECT_EQ(0, Raw().Count(QStringLiteral("Article")));
     EXPECT_TRUE(log->IsEmpty());
-}
 
-TEST_F(ArticleEditorTest, InitializeNamesWhatIsMissing) {
-    ArticleEditor other;
-    EXPECT_FALSE(other.Initialize(nullptr, &seeker));
-    EXPECT_FALSE(other.Initialize(articles.get(), nullptr));
-    Article a = sample(1, QStringLiteral("A"));
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, other.AddRecord(a));
+    EXPECT_FALSE(fresh.Initialize(nullptr, &seeker));
+    EXPECT_FALSE(fresh.Initialize(articles.get(), nullptr));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(a));
     Raw().Exec(QStringLiteral("DROP TABLE Article"));
-    EXPECT_FALSE(other.Initialize(articles.get(), &seeker));
+    EXPECT_FALSE(fresh.Initialize(articles.get(), &seeker));
     EXPECT_EQ(
         QStringList({"ArticleEditor construction FAILED! Can not open articles DB!",
                      "ArticleEditor construction FAILED! Article Seeker is not initialized yet!",
@@ -209,8 +207,7 @@ TEST_F(ArticleEditorTest, InitializeNamesWhatIsMissing) {
 }
 
 TEST_F(ArticleEditorTest, HostileNamesAreStoredAsTextAndChangeNothingElse) {
-    Article keep = sample(1, QStringLiteral("Chleb"));
-    editor.AddRecord(keep);
+    add(1, QStringLiteral("Chleb"));
     unsigned int plu = 10;
     for (const QString& name :
          {QStringLiteral("\"; DROP TABLE Article; --"), QStringLiteral("O'Brien \"Best\" 100%"),
@@ -223,7 +220,125 @@ TEST_F(ArticleEditorTest, HostileNamesAreStoredAsTextAndChangeNothingElse) {
         ASSERT_EQ(0, seeker.FindPlu(article.pluNo, found, false));
         EXPECT_EQ(name, found.name);
     }
-    EXPECT_EQ(QStringLiteral("Chleb"),
-              Raw().Text(QStringLiteral("SELECT art_name FROM Article WHERE plu_no = 1")));
+    EXPECT_EQ(QStringLiteral("Chleb"), column(QStringLiteral("art_name")).first());
     EXPECT_EQ(7, Raw().Count(QStringLiteral("Article")));
+}
+
+TEST_F(ArticleEditorTest, PriceConversionRoundsHalvesUpAndCaps) {
+    // 10.00 at 4.3210 is 2.314..., rounded to 2.31.
+    EXPECT_EQ(QList<qint64>({231}),
+              convert({1000}, CurrencyExchangeRate(QStringLiteral("4.3210"))));
+    EXPECT_EQ(QList<qint64>({0, 1, 999, 123456789}),
+              convert({0, 1, 999, 123456789}, CurrencyExchangeRate(10000, 4)))
+        << "a rate of 1 changes nothing";
+    EXPECT_EQ(QList<qint64>({1, 2, 3, 0}), convert({1, 3, 5, 0}, CurrencyExchangeRate(2, 0)))
+        << "0.5, 1.5 and 2.5 go up";
+    EXPECT_EQ(QList<qint64>({999999999, 999999999, 1000}),
+              convert({1000000, 999999999, 1}, CurrencyExchangeRate(1, 3)))
+        << "capped at 999999999";
+    EXPECT_EQ(QList<qint64>({33, 67}),
+              convert({100, 200}, CurrencyExchangeRate(QStringLiteral("3"))));
+    // Eight digits is the most that converts exactly.
+    EXPECT_EQ(QList<qint64>({200, 400}),
+              convert({100, 200}, CurrencyExchangeRate(QStringLiteral("0.50000000"))));
+}
+
+TEST_F(ArticleEditorTest, PriceConversionIsAllOrNothing) {
+    AddArticle(1, QStringLiteral("A"), QString(), 100);
+    AddArticle(2, QStringLiteral("B"), QString(), 200);
+    Raw().Exec(
+        QStringLiteral("CREATE TRIGGER no_big BEFORE UPDATE OF price ON Article "
+                       "WHEN NEW.price > 150 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+    EXPECT_EQ(DB_OPERATION_ERROR,
+              editor.ChangeAllArticlesPrices(CurrencyExchangeRate(QStringLiteral("0.5"))));
+    EXPECT_EQ(QStringList({"100", "200"}), column(QStringLiteral("price")));
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral(
+            "ArticleEditor: SQL error when try to update prices of articles in the database!")));
+    // Rates that no statement may be built for: none, negative, or with so many digits that
+    // 10^(d+1) does not fit the multiplier (it would rewrite every price by a wrong factor).
+    Raw().Exec(QStringLiteral("DROP TRIGGER no_big"));
+    SqlRecorder sql(articles.get());
+    for (const CurrencyExchangeRate& rate :
+         {CurrencyExchangeRate(0, 2), CurrencyExchangeRate(-43210, 4),
+          CurrencyExchangeRate(QStringLiteral("1.000000000")), CurrencyExchangeRate(1, 12)}) {
+        log->Clear();
+        EXPECT_EQ(DB_OPERATION_ERROR, editor.ChangeAllArticlesPrices(rate))
+            << rate.ToString().toStdString();
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                                  QStringLiteral("ArticleEditor: the exchange rate must be above 0 "
+                                                 "with at most 8 decimal places; no price was "
+                                                 "changed.")));
+    }
+    EXPECT_TRUE(sql.Texts().isEmpty());
+    EXPECT_EQ(QStringList({"100", "200"}), column(QStringLiteral("price")));
+}
+
+TEST_F(ArticleEditorTest, OneArticlesPriceIsSetByPlu) {
+    AddArticle(5, QStringLiteral("A"), QString(), 100);
+    AddArticle(6, QStringLiteral("B"), QString(), 200);
+    ASSERT_EQ(DB_OPERATION_SUCCESS,
+              editor.UpdateArticlePrice(5, PriceValue(QStringLiteral("12.99"))));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, editor.UpdateArticlePrice(7, PriceValue(1)));
+    EXPECT_EQ(QStringList({"1299", "200"}), column(QStringLiteral("price")));
+}
+
+TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAndTellsTheRegister) {
+    QList<int> calls;
+    G::getSignals->AddCallback(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED,
+                               [&](int v) { calls.append(v); });
+    auto seed = [this] {
+        AddBarcode(AddArticle(1, QStringLiteral("A")), QStringLiteral("111"), true);
+        Raw().Exec(QStringLiteral(
+            "INSERT INTO NotepadHandyListCategory (id, cat_name) VALUES (1, 'Pieczywo');"
+            "INSERT INTO NotepadCategoryItem (category_id, plu_no) VALUES (1, 1)"));
+    };
+    const QStringList tables = {"Article", "ArticleBarcode", "NotepadCategoryItem",
+                                "NotepadHandyListCategory"};
+    auto counts = [&] {
+        QList<qint64> list;
+        for (const QString& table : tables) {
+            list.append(Raw().Count(table));
+        }
+        return list;
+    };
+    seed();
+    RawSqlite receiptsRaw(ReceiptsPath());
+    receiptsRaw.Exec(
+        QStringLiteral("INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "
+                       "VALUES (1, 1, 1, 1)"));
+    EXPECT_EQ(1, editor.RemoveAllArticles());
+    EXPECT_EQ(QList<qint64>({1, 1, 1, 1}), counts());
+    EXPECT_TRUE(calls.isEmpty());
+    EXPECT_TRUE(log->IsEmpty());
+
+    receiptsRaw.Exec(QStringLiteral("DELETE FROM ReceiptLineEvent"));
+    Raw().FailOn(QStringLiteral("NotepadCategoryItem"), QStringLiteral("DELETE"));
+    EXPECT_EQ(4, editor.RemoveAllArticles());
+    EXPECT_EQ(QList<qint64>({0, 0, 1, 1}), counts());
+    EXPECT_TRUE(calls.isEmpty());
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral(
+            "ArticleEditor::RemoveAllArticles(): Error while clearing database table.")));
+
+    Raw().StopFailing(QStringLiteral("NotepadCategoryItem"), QStringLiteral("DELETE"));
+    Raw().Exec(
+        QStringLiteral("DELETE FROM NotepadCategoryItem; DELETE FROM "
+                       "NotepadHandyListCategory"));
+    seed();
+    EXPECT_EQ(0, editor.RemoveAllArticles());
+    EXPECT_EQ(QList<qint64>({0, 0, 0, 0}), counts());
+    EXPECT_EQ(QList<int>({1}), calls);
+    EXPECT_EQ(0, editor.RemoveAllArticles()) << "empty tables clear fine";
+    EXPECT_EQ(QList<int>({1, 1}), calls);
+
+    receiptsRaw.Exec(QStringLiteral("DROP TABLE ReceiptLineEvent"));
+    log->Clear();
+    EXPECT_EQ(4, editor.RemoveAllArticles());
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral(
+            "ArticleEditor::RemoveAllArticles(): Error while getting count of receipt lines")));
 }

@@ -1,9 +1,8 @@
-// Departments: the table, its cache, the firmware defaults and the change signal.
+// Departments: the table, its cache, the firmware rules and the change signal.
 
 #include "DeptDBManager.h"
 #include "DatabaseFixture.h"
 #include "Logger.h"
-#include "SqlRecorder.h"
 
 namespace {
 
@@ -22,6 +21,10 @@ protected:
                           where + QStringLiteral(" ORDER BY dept_id"));
     }
 
+    QStringList column(const QString& name) {
+        return Raw().Rows(QStringLiteral("SELECT %1 FROM Dept ORDER BY dept_id").arg(name));
+    }
+
     static Article ofDept(unsigned char dept) {
         Article article;
         article.deptNo = dept;
@@ -36,7 +39,6 @@ protected:
 
 TEST_F(DeptDBManagerTest, ResetBuildsNinetyNineDepartmentsWithTheFirmwareFlags) {
     ASSERT_TRUE(manager.ResetTable());
-    EXPECT_EQ(99, Raw().Count(QStringLiteral("Dept")));
     EXPECT_EQ(99, Raw().Integer(QStringLiteral(
                       "SELECT COUNT(*) FROM Dept WHERE dept_name = '' AND max_discount = 10000 "
                       "AND max_surcharge = 10000")));
@@ -52,21 +54,33 @@ TEST_F(DeptDBManagerTest, ResetBuildsNinetyNineDepartmentsWithTheFirmwareFlags) 
     }
     ASSERT_EQ(99, manager.GetDepts().size());
     ASSERT_TRUE(manager.GetDept(99));
-    EXPECT_EQ(99u, manager.GetDept(99)->GetId());
     EXPECT_TRUE(manager.GetDept(99)->isDiscountBlocked);
     EXPECT_FALSE(manager.GetDept(100));
     EXPECT_FALSE(manager.GetDept(0));
     EXPECT_TRUE(signalled.isEmpty());
+    // The first sixteen get the firmware's names; others keep theirs.
+    Raw().Exec(QStringLiteral("UPDATE Dept SET dept_name = 'Własna' WHERE dept_id = 17"));
+    ASSERT_TRUE(manager.GetDeptFirmwareInitializer()->SetFirmwareDeptNamesInDatabase());
+    const QStringList names = column(QStringLiteral("dept_name"));
+    EXPECT_EQ(QStringLiteral("Grupa towarowa 1"), names[0]);
+    EXPECT_EQ(QStringLiteral("Grupa towarowa 16"), names[15]);
+    EXPECT_EQ(QStringLiteral("Własna"), names[16]);
+    EXPECT_EQ(QStringLiteral(""), names[17]);
 }
 
-TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCache) {
+TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCacheAndTheFirmwareRules) {
     ASSERT_TRUE(manager.ResetTable());
     EXPECT_FALSE(manager.DoesDeptPermitsPriceModifications(ofDept(15)));
     EXPECT_TRUE(manager.DoesDeptPermitsPriceModifications(ofDept(16)));
     EXPECT_TRUE(manager.IsDeptForPrinterOrder(ofDept(8)));
     EXPECT_FALSE(manager.IsDeptForPrinterOrder(ofDept(9)));
-    EXPECT_TRUE(manager.IsDeptSpecial(ofDept(90)));
-    EXPECT_FALSE(manager.IsDeptSpecial(ofDept(89)));
+    for (unsigned int dept : {15u, 90u, 95u, 99u}) {
+        EXPECT_TRUE(manager.GetDeptFirmwareInitializer()->IsDeptSpecial(dept)) << dept;
+        EXPECT_TRUE(manager.IsDeptSpecial(ofDept(static_cast<unsigned char>(dept)))) << dept;
+    }
+    for (unsigned int dept : {0u, 14u, 16u, 89u, 100u, 4294967295u}) {
+        EXPECT_FALSE(manager.GetDeptFirmwareInitializer()->IsDeptSpecial(dept)) << dept;
+    }
     // Departments the cache does not hold are answered safely.
     EXPECT_FALSE(manager.DoesDeptPermitsPriceModifications(ofDept(0)));
     EXPECT_FALSE(manager.IsDeptForPrinterOrder(ofDept(120)));
@@ -108,7 +122,7 @@ TEST_F(DeptDBManagerTest, AddOrUpdateWritesReloadsAndSignalsOnce) {
     EXPECT_EQ(QList<int>({12, 1}), signalled);
 }
 
-TEST_F(DeptDBManagerTest, FailedWritesSignalNothing) {
+TEST_F(DeptDBManagerTest, FailedWritesAndReloadsSignalNothing) {
     DeptDBManager fresh;
     auto dept = QSharedPointer<const Dept>::create(3, QStringLiteral("X"), 1, 1, false, false);
     EXPECT_EQ(6, fresh.AddOrUpdateRecord(dept));
@@ -123,14 +137,12 @@ TEST_F(DeptDBManagerTest, FailedWritesSignalNothing) {
     EXPECT_TRUE(signalled.isEmpty());
     EXPECT_EQ(QStringLiteral(""),
               Raw().Text(QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 3")));
-}
-
-TEST_F(DeptDBManagerTest, FailedReloadReturnsItsResultWithoutSignal) {
     // The insert works but leaves nothing to reload.
+    Raw().StopFailing(QStringLiteral("Dept"), QStringLiteral("INSERT"));
+    Raw().Exec(QStringLiteral("DELETE FROM Dept"));
     Raw().Exec(
         QStringLiteral("CREATE TRIGGER wipe AFTER INSERT ON Dept BEGIN DELETE FROM Dept; END"));
-    EXPECT_EQ(3, manager.AddOrUpdateRecord(QSharedPointer<const Dept>::create(
-                     3, QStringLiteral("X"), 1, 1, false, false)));
+    EXPECT_EQ(3, manager.AddOrUpdateRecord(dept));
     EXPECT_TRUE(signalled.isEmpty());
     EXPECT_TRUE(
         log->Contains(Logger::LOG_NOTICE, QStringLiteral("DeptDBManager: Dept table is empty!")));
@@ -183,21 +195,74 @@ TEST_F(DeptDBManagerTest, ResetFailuresAreReported) {
     EXPECT_EQ(0, Raw().Count(QStringLiteral("Dept")));
 }
 
-TEST_F(DeptDBManagerTest, BindsThroughItsBaseAndAnswersMetaCasts) {
-    AbstractDatabaseTableManager* base = &manager;
-    EXPECT_TRUE(base->IsInitialized());
-    EXPECT_EQ(QStringLiteral("Dept"), base->GetTableName());
-    EXPECT_EQ(static_cast<void*>(base), manager.qt_metacast("AbstractDatabaseTableManager"));
-    EXPECT_EQ(static_cast<void*>(&manager), manager.qt_metacast("DeptDBManager"));
-    EXPECT_STREQ("DeptDBManager", manager.metaObject()->className());
-    EXPECT_TRUE(base->Uninitialize());
-    EXPECT_FALSE(base->IsInitialized());
-
+TEST_F(DeptDBManagerTest, InitializeNeedsTheArticleDatabaseAndItsTable) {
     DeptDBManager other;
+    DeptFirmwareInitializer firmware;
     G::dbArticles = nullptr;
     EXPECT_FALSE(other.Initialize(articles.get())) << "the firmware rules need G::dbArticles";
+    EXPECT_FALSE(firmware.Initialize());
+    EXPECT_FALSE(firmware.SetFirmwareDeptNamesInDatabase());  // refused, not a crash
     G::dbArticles = articles.get();
+    EXPECT_TRUE(firmware.Initialize());
     Raw().Exec(QStringLiteral("DROP TABLE Dept"));
     EXPECT_FALSE(other.Initialize(articles.get()));
     EXPECT_FALSE(other.Initialize(nullptr));
+}
+
+TEST_F(DeptDBManagerTest, AFailedFirmwareStatementStopsItsOperation) {
+    ASSERT_TRUE(manager.ResetTable());
+    DeptFirmwareInitializer* firmware = manager.GetDeptFirmwareInitializer();
+    const QString orderPrinterMessage = QStringLiteral(
+        "DeptDBManager::setFirmwareOrderPrinterFlagsInDatabase Error: while updating data in "
+        "database.");
+    // The first order-printer statement fails: every flag stays as it was.
+    Raw().Exec(
+        QStringLiteral("CREATE TRIGGER no_clear BEFORE UPDATE OF is_order_printer ON Dept "
+                       "WHEN NEW.is_order_printer = 0 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+    const QStringList before = column(QStringLiteral("is_order_printer"));
+    EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
+    EXPECT_EQ(before, column(QStringLiteral("is_order_printer")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, orderPrinterMessage));
+    Raw().Exec(QStringLiteral("DROP TRIGGER no_clear"));
+
+    // The second fails: the flags were cleared and stay cleared.
+    Raw().Exec(
+        QStringLiteral("CREATE TRIGGER no_set BEFORE UPDATE OF is_order_printer ON Dept "
+                       "WHEN NEW.is_order_printer = 1 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+    EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
+    EXPECT_EQ(0, Raw().Integer(QStringLiteral("SELECT SUM(is_order_printer) FROM Dept")));
+    EXPECT_FALSE(firmware->SetFirmwareFlags());
+    Raw().Exec(QStringLiteral("DROP TRIGGER no_set"));
+
+    // A failed discount maximum skips the surcharge maximum.
+    Raw().Exec(QStringLiteral("UPDATE Dept SET max_discount = 1, max_surcharge = 1"));
+    Raw().Exec(
+        QStringLiteral("CREATE TRIGGER no_max BEFORE UPDATE OF max_discount ON Dept "
+                       "BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+    log->Clear();
+    EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
+    EXPECT_EQ(1, Raw().Integer(QStringLiteral("SELECT MAX(max_surcharge) FROM Dept")));
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral("DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
+                       "while updating discounts in database.")));
+    Raw().Exec(QStringLiteral("DROP TRIGGER no_max"));
+    Raw().Exec(
+        QStringLiteral("CREATE TRIGGER no_max BEFORE UPDATE OF max_surcharge ON Dept "
+                       "BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+    EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR,
+        QStringLiteral("DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
+                       "while updating surcharges in database.")));
+
+    Raw().FailOn(QStringLiteral("Dept"), QStringLiteral("UPDATE"));
+    log->Clear();
+    EXPECT_FALSE(firmware->setFirmwareBlockDiscountFlagsInDatabase());
+    EXPECT_FALSE(firmware->SetFirmwareDeptNamesInDatabase());
+    EXPECT_EQ(QStringList({"DeptDBManager::setFirmwareBlockDiscountFlagsInDatabase Error: while "
+                           "updating data in database.",
+                           "DeptDBManager::SetFirmwareDeptNamesInDatabase Error: while updating "
+                           "data in database."}),
+              log->Texts().filter(QStringLiteral("DeptDBManager::")));
 }

@@ -1,6 +1,9 @@
 // The article manager's construction, start-up order, failures and tear-down.
 
+#include <functional>
+
 #include "ArticleManager.h"
+#include "CurrencyExchangeRate.h"
 #include "DatabaseFixture.h"
 #include "Logger.h"
 #include "PaymentSystem.h"
@@ -23,23 +26,22 @@ protected:
 
 }  // namespace
 
-TEST_F(ArticleManagerTest, ConstructionNamesTheSystemAndItsDependencies) {
-    EXPECT_EQ(QStringLiteral("ArticleManager"), manager.GetName());
-    EXPECT_EQ(SystemBase::SYSTEM_ARTICLE_MANAGER, manager.GetSystemNumber());
-    EXPECT_EQ(29, manager.GetSystemNumber());
+TEST_F(ArticleManagerTest, ConstructedManagerNamesItsDependenciesAndRefusesANullDatabase) {
     EXPECT_EQ(QVector<SystemBase::SystemsNames>(
                   {SystemBase::SystemsNames(0), SystemBase::SystemsNames(5),
                    SystemBase::SystemsNames(4), SystemBase::SystemsNames(28)}),
               manager.GetDependencies());
     EXPECT_EQ(1, manager.GetState());
-    EXPECT_TRUE(manager.GetErrorText().isEmpty());
-    EXPECT_NE(nullptr, manager.GetSeeker());
-    EXPECT_NE(nullptr, manager.GetCurrentMaxPLUManager());
     Article article;
     EXPECT_EQ(6, manager.GetSeeker()->FindPlu(1, article, false)) << "nothing initialised yet";
+    EXPECT_FALSE(manager.Initialize(nullptr));
+    EXPECT_EQ(QStringList({"ArticleManager construction FAILED! DBManager inaccessible!"}),
+              log->Texts());
+    EXPECT_EQ(Logger::LOG_ERROR, log->Entries().first().level);
+    EXPECT_EQ(6, manager.GetSeeker()->FindPlu(1, article, false));
 }
 
-TEST_F(ArticleManagerTest, InitializesEverySubManagerAgainstOneDatabase) {
+TEST_F(ArticleManagerTest, InitializesEverySubManagerAgainstOneDatabaseAndUninitializesThemAll) {
     AddArticle(12345, QStringLiteral("Chleb"));
     EXPECT_EQ(3, initializer.Initialize());
     EXPECT_EQ(3, manager.GetState());
@@ -54,15 +56,16 @@ TEST_F(ArticleManagerTest, InitializesEverySubManagerAgainstOneDatabase) {
     QList<SpecialBarcodePrefix*> prefixes;
     EXPECT_EQ(
         0, manager.GetBarcodePrefixDBManager()->LoadPrefixesByType(SPECIAL_BARCODE_NONE, prefixes));
-}
 
-TEST_F(ArticleManagerTest, NullDatabaseIsRefusedBeforeAnySubManager) {
-    EXPECT_FALSE(manager.Initialize(nullptr));
-    EXPECT_EQ(QStringList({"ArticleManager construction FAILED! DBManager inaccessible!"}),
-              log->Texts());
-    EXPECT_EQ(Logger::LOG_ERROR, log->Entries().first().level);
-    Article article;
-    EXPECT_EQ(6, manager.GetSeeker()->FindPlu(1, article, false));
+    EXPECT_EQ(5, initializer.Uninitialize());
+    EXPECT_EQ(5, manager.GetState());
+    EXPECT_EQ(nullptr, manager.GetEditor());
+    EXPECT_EQ(nullptr, manager.GetSeeker());
+    EXPECT_EQ(nullptr, manager.GetDeptDBManager());
+    EXPECT_EQ(nullptr, manager.GetTaxRatesManager());
+    EXPECT_EQ(nullptr, manager.GetBarcodeManager());
+    EXPECT_EQ(nullptr, manager.GetBarcodePrefixDBManager());
+    EXPECT_EQ(nullptr, manager.GetCurrentMaxPLUManager());
 }
 
 TEST_F(ArticleManagerTest, MissingArticleTableStopsAtTheSeeker) {
@@ -121,19 +124,6 @@ TEST_F(ArticleManagerTest, WaitsWhileASystemItNeedsIsNotReady) {
     EXPECT_EQ(6, manager.GetSeeker()->FindPlu(1, article, false));
 }
 
-TEST_F(ArticleManagerTest, UninitializeLeavesNoSubManager) {
-    ASSERT_EQ(3, initializer.Initialize());
-    EXPECT_EQ(5, initializer.Uninitialize());
-    EXPECT_EQ(5, manager.GetState());
-    EXPECT_EQ(nullptr, manager.GetEditor());
-    EXPECT_EQ(nullptr, manager.GetSeeker());
-    EXPECT_EQ(nullptr, manager.GetDeptDBManager());
-    EXPECT_EQ(nullptr, manager.GetTaxRatesManager());
-    EXPECT_EQ(nullptr, manager.GetBarcodeManager());
-    EXPECT_EQ(nullptr, manager.GetBarcodePrefixDBManager());
-    EXPECT_EQ(nullptr, manager.GetCurrentMaxPLUManager());
-}
-
 TEST_F(ArticleManagerTest, SystemManagerStartsTheLibrarysManagerOnce) {
     // The initializer the library registered at load drives G::articleManager.
     const QList<SystemInitializer*> registered = SystemManager::Instance()->GetSystemInitializers();
@@ -151,4 +141,80 @@ TEST_F(ArticleManagerTest, SystemManagerStartsTheLibrarysManagerOnce) {
     SystemManager::Instance()->UninitializeAll();
     EXPECT_EQ(5, G::articleManager->GetState());
     EXPECT_EQ(nullptr, G::articleManager->GetSeeker());
+}
+
+// The statements the design fixes, runs of spaces included: every optimisation must run under
+// these texts, never change them.
+TEST_F(ArticleManagerTest, HandsTheDatabaseTheFixedStatementsAsWritten) {
+    AddArticle(1, QStringLiteral("Ser"));
+    const qint64 id = AddArticle(2, QStringLiteral("Chleb"), QStringLiteral("5901234123457"));
+    AddBarcode(id, QStringLiteral("112"), false);
+    Raw().Exec(QStringLiteral("UPDATE Article SET price = 1000, link_plu_no = 25"));
+    ASSERT_EQ(3, initializer.Initialize());
+    Article article;
+    const struct {
+        std::function<void()> call;
+        QStringList texts;
+    } cases[] = {
+        {[&] { manager.GetSeeker()->FindName(QStringLiteral("se_"), article); },
+         {"SELECT * FROM Article WHERE art_name like \"se_\";"}},
+        {[&] {
+             manager.GetSeeker()->FindArticleByBarcode(QStringLiteral("5901234123457"), article,
+                                                       true);
+         },
+         {"SELECT a.id, plu_no, art_name, tax_rate_no, dept_no, quantity_precision, unit_no, "
+          "sale_bloc, main_barcode, price, is_pack, disc_sur_block, free_price_allow, "
+          "on_handy_list, scale_no, link_plu_no             FROM Article a, ArticleBarcode b       "
+          "          WHERE a.id == b.article_id                 AND b.barcode = \"5901234123457\" "
+          "AND a.on_handy_list == 1"}},
+        {[&] {
+             SpecialBarcodeSubjectType type = SPECIAL_BARCODE_NONE;
+             manager.GetBarcodePrefixDBManager()->CheckSpecialBarcodeSubjectType(
+                 QStringLiteral("27"), type);
+         },
+         {"SELECT weight_or_price             FROM SpecialBarcodePrefixes                 WHERE "
+          "prefix == \"27\""}},
+        {[&] {
+             eDBOperationResult result = DB_OPERATION_SUCCESS;
+             manager.GetBarcodeManager()->LoadBarcode(result, 0);
+         },
+         {"SELECT * FROM ArticleBarcode WHERE is_main = 0 LIMIT 1"}},
+        {[&] {
+             eDBOperationResult result = DB_OPERATION_SUCCESS;
+             manager.GetBarcodeManager()->LoadBarcode(result, 3);
+         },
+         {"SELECT * FROM ArticleBarcode WHERE is_main = 0 LIMIT 1 OFFSET 3"}},
+        {[&] { manager.GetEditor()->RemoveAllLinksToGivenArticle(25); },
+         {"UPDATE Article             SET link_plu_no = 0                 WHERE link_plu_no == "
+          "25"}},
+        {[&] {
+             manager.GetEditor()->ChangeAllArticlesPrices(
+                 CurrencyExchangeRate(QStringLiteral("4.3210")));
+         },
+         {"UPDATE Article SET price = CASE WHEN ((CAST((price * 100000 / 43210) AS INTEGER) + "
+          "5)/10) >= 999999999 THEN 999999999 ELSE ((CAST((price * 100000 / 43210) AS INTEGER) + "
+          "5)/10) END"}},
+        {[&] { manager.GetDeptDBManager()->GetDeptFirmwareInitializer()->SetFirmwareFlags(); },
+         {"UPDATE Dept             SET is_discount_blocked = 1                 WHERE dept_id == 15 "
+          "                OR (dept_id >= 90 AND dept_id <= 99)",
+          "UPDATE Dept             SET is_discount_blocked = 0                 WHERE dept_id != 15 "
+          "                AND NOT (dept_id >= 90 AND dept_id <= 99)",
+          "UPDATE Dept             SET is_order_printer = 0",
+          "UPDATE Dept             SET is_order_printer = 1                 WHERE (dept_id >= 1 "
+          "AND dept_id <= 8)                 OR (dept_id >= 51 AND dept_id <= 99)",
+          "UPDATE Dept             SET max_discount =10000",
+          "UPDATE Dept             SET max_surcharge =10000"}},
+        {[&] {
+             manager.GetDeptDBManager()
+                 ->GetDeptFirmwareInitializer()
+                 ->SetFirmwareDeptNamesInDatabase();
+         },
+         {" UPDATE Dept SET dept_name = 'Grupa towarowa ' || dept_id WHERE (dept_id >= 1 AND "
+          "dept_id <= 16)"}},
+    };
+    for (const auto& each : cases) {
+        SqlRecorder sql(articles.get());
+        each.call();
+        EXPECT_EQ(each.texts, sql.Texts());
+    }
 }

@@ -24,7 +24,7 @@ TEST_F(CurrentMaxPLUManagerTest, CountsTheDigitsOfTheLargestPlu) {
     EXPECT_TRUE(log->IsEmpty());
 }
 
-TEST_F(CurrentMaxPLUManagerTest, ANonNumericMaximumFailsAndKeepsTheCount) {
+TEST_F(CurrentMaxPLUManagerTest, FailuresKeepTheCountAndAreReported) {
     AddArticle(123, QStringLiteral("A"));
     CurrentMaxPLUManager manager;
     ASSERT_TRUE(manager.Initialize(articles.get()));
@@ -38,13 +38,7 @@ TEST_F(CurrentMaxPLUManagerTest, ANonNumericMaximumFailsAndKeepsTheCount) {
     CurrentMaxPLUManager fresh;
     EXPECT_FALSE(fresh.Initialize(articles.get()));
     EXPECT_EQ(0, fresh.GetDigitsCountOfMaxPlu());
-}
 
-TEST_F(CurrentMaxPLUManagerTest, MissingDatabaseOrTableIsReported) {
-    CurrentMaxPLUManager manager;
-    EXPECT_FALSE(manager.Initialize(nullptr));
-    EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
-    ASSERT_TRUE(manager.Initialize(articles.get()));
     Raw().Exec(QStringLiteral("DROP TABLE Article"));
     log->Clear();
     EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
@@ -52,8 +46,10 @@ TEST_F(CurrentMaxPLUManagerTest, MissingDatabaseOrTableIsReported) {
         Logger::LOG_ERROR,
         QStringLiteral("CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): "
                        "ERROR: Can not get max PLU value from article database table.")));
-    log->Clear();
     CurrentMaxPLUManager other;
+    EXPECT_FALSE(other.Initialize(nullptr));
+    EXPECT_FALSE(other.DetermineDigitsCountOfMaxPlu());
+    log->Clear();
     EXPECT_FALSE(other.Initialize(articles.get()));
     EXPECT_EQ(QStringList({"CurrentMaxPLUManager::loadDatabaseAndTables(): ERROR: Can not find "
                            "articles table in database."}),

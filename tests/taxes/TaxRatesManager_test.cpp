@@ -62,25 +62,7 @@ TEST_F(TaxRatesManagerTest, DefaultsStandEvenWhenTheirInsertFails) {
     EXPECT_TRUE(stored().isEmpty());
 }
 
-TEST_F(TaxRatesManagerTest, StoredRatesAreLoadedAsTheyAre) {
-    Raw().Exec(QStringLiteral(
-        "INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'B', 70000), (3, 'XY', 5)"));
-    ASSERT_TRUE(manager.Initialize());
-    // 70000 is cut to its low 16 bits.
-    EXPECT_EQ(QStringList({"1|A|2300", "2|B|4464", "3|XY|5"}), describe(manager.GetRecords()));
-    EXPECT_FALSE(log->Mentions(QStringLiteral("empty")));
-}
-
-TEST_F(TaxRatesManagerTest, ResetLeavesSevenUnusedRates) {
-    ASSERT_TRUE(manager.Initialize());
-    ASSERT_TRUE(manager.ResetTable());
-    const QStringList reset = {"1|A|65535", "2|B|65535", "3|C|65535", "4|D|65535",
-                               "5|E|65535", "6|F|65535", "7|G|65535"};
-    EXPECT_EQ(reset, stored());
-    EXPECT_EQ(reset, describe(manager.GetRecords()));
-}
-
-TEST_F(TaxRatesManagerTest, UpdateWritesEveryRateAndTellsTheSignalSystem) {
+TEST_F(TaxRatesManagerTest, UpdateAndResetWriteEveryRate) {
     QList<int> calls;
     G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
                                [&](int v) { calls.append(v); });
@@ -95,6 +77,12 @@ TEST_F(TaxRatesManagerTest, UpdateWritesEveryRateAndTellsTheSignalSystem) {
     EXPECT_EQ(updated, stored());
     EXPECT_EQ(updated, describe(manager.GetRecords()));
     EXPECT_EQ(QList<int>({0, 10}), calls);
+    // A reset leaves seven unused rates.
+    ASSERT_TRUE(manager.ResetTable());
+    const QStringList reset = {"1|A|65535", "2|B|65535", "3|C|65535", "4|D|65535",
+                               "5|E|65535", "6|F|65535", "7|G|65535"};
+    EXPECT_EQ(reset, stored());
+    EXPECT_EQ(reset, describe(manager.GetRecords()));
 }
 
 TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
@@ -117,13 +105,16 @@ TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
     EXPECT_TRUE(calls.isEmpty());
 }
 
-TEST_F(TaxRatesManagerTest, LettersAndLookUps) {
+TEST_F(TaxRatesManagerTest, StoredRatesLoadAsTheyAreWithTheirLettersAndLookUps) {
     EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("A")));
     EXPECT_EQ(nullptr, manager.GetRecord(QStringLiteral("A")));
     EXPECT_FALSE(manager.IsSet(QStringLiteral("A")));
-    Raw().Exec(
-        QStringLiteral("INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'AB', 800), (7, 'G', 0)"));
+    Raw().Exec(QStringLiteral(
+        "INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'AB', 70000), (7, 'G', 0)"));
     ASSERT_TRUE(manager.Initialize());
+    // Stored rates are loaded as they are, 70000 cut to its low 16 bits.
+    EXPECT_EQ(QStringList({"1|A|2300", "2|AB|4464", "7|G|0"}), describe(manager.GetRecords()));
+    EXPECT_FALSE(log->Mentions(QStringLiteral("empty")));
     char letter = '?';
     EXPECT_TRUE(manager.GetTaxRateASCIIChar(1, letter));
     EXPECT_EQ('A', letter);
