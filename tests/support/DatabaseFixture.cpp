@@ -45,6 +45,22 @@ QSharedPointer<DBData> DatabaseFixture::Rows(const DBTable* table,
     return data;
 }
 
+QStringList DatabaseFixture::Column(const QSharedPointer<DBData>& data, const QString& column) {
+    QStringList values;
+    for (const DBRow* row : *data) {
+        values.append(row->GetValue(column).toString());
+    }
+    return values;
+}
+
+QStringList DatabaseFixture::Column(const DBDirectQueryResult& result, int column) {
+    QStringList values;
+    for (int row = 0; row < result.RowCount(); ++row) {
+        values.append(result.GetValue(row, column).toString());
+    }
+    return values;
+}
+
 qint64 DatabaseFixture::AddArticle(unsigned int plu, const QString& name,
                                    const QString& mainBarcode, qint64 price, bool onHandyList,
                                    int unitNo) {

@@ -27,6 +27,9 @@ protected:
     using Field = QPair<QString, QVariant>;
     // Rows on `table`, each given as its (column, value) fields.
     static QSharedPointer<DBData> Rows(const DBTable* table, const QList<QList<Field>>& rows);
+    // One column of rows as text, row by row.
+    static QStringList Column(const QSharedPointer<DBData>& data, const QString& column);
+    static QStringList Column(const DBDirectQueryResult& result, int column);
 
     // Stores an article with the given PLU and name and the other columns at their defaults
     // (barcode, price and flags as given); returns its id.

@@ -10,31 +10,27 @@
 
 namespace {
 
-// A system that becomes ready when what it needs is ready, or stays not ready while `blocked`.
-class FakeSystem : public SystemBase {
+// A system and its initializer: ready when started, or not ready while `blocked`; each start
+// and stop noted in the journal.
+class FakeSystem : public SystemBase, public SystemInitializer {
 public:
-    FakeSystem(const QString& name, SystemsNames number, QVector<SystemsNames> needs)
-        : SystemBase(name) {
+    FakeSystem(const QString& name, SystemsNames number, QVector<SystemsNames> needs,
+               QStringList* journal)
+        : SystemBase(name), SystemInitializer(this), journal(journal) {
         SetSystemNumber(number);
         for (SystemsNames need : needs) {
             AddDependency(need);
         }
     }
-};
-
-class FakeInitializer : public SystemInitializer {
-public:
-    FakeInitializer(FakeSystem* system, QStringList* journal)
-        : SystemInitializer(system), journal(journal) {}
     int Initialize() override {
-        journal->append(QStringLiteral("init ") + system->GetName());
-        system->SetState(blocked ? SystemBase::STATE_NOT_READY : SystemBase::STATE_READY);
-        return system->GetState();
+        journal->append("init " + GetName());
+        SetState(blocked ? STATE_NOT_READY : STATE_READY);
+        return GetState();
     }
     int Uninitialize() override {
-        journal->append(QStringLiteral("down ") + system->GetName());
-        system->SetState(SystemBase::STATE_UNINITIALIZED);
-        return SystemBase::STATE_UNINITIALIZED;
+        journal->append("down " + GetName());
+        SetState(STATE_UNINITIALIZED);
+        return STATE_UNINITIALIZED;
     }
     bool blocked = false;
 
@@ -44,35 +40,38 @@ private:
 
 class SystemManagerTest : public ::testing::Test {
 protected:
-    void SetUp() override { before = SystemManager::Instance()->GetSystemInitializers(); }
+    // Only systems registered by the test take part (the test binary registers no other).
+    void SetUp() override {
+        before = manager->GetSystemInitializers();
+        for (SystemInitializer* initializer : before) {
+            manager->UnregisterSystemInitializer(initializer);
+        }
+    }
     void TearDown() override {
         for (SystemInitializer* added : {&payment, &articles, &logger}) {
-            SystemManager::Instance()->UnregisterSystemInitializer(added);
+            manager->UnregisterSystemInitializer(added);
         }
-        EXPECT_EQ(before, SystemManager::Instance()->GetSystemInitializers());
+        for (SystemInitializer* initializer : before) {
+            manager->RegisterSystemInitializer(initializer);
+        }
+        EXPECT_EQ(before, manager->GetSystemInitializers());
     }
 
+    SystemManager* manager = SystemManager::Instance();
     QList<SystemInitializer*> before;
     QStringList journal;
-    FakeSystem articleSystem{QStringLiteral("articles"),
-                             SystemBase::SYSTEM_ARTICLE_MANAGER,
-                             {SystemBase::SYSTEM_APP_LOGGER, SystemBase::SYSTEM_PAYMENT}};
-    FakeSystem paymentSystem{
-        QStringLiteral("payment"), SystemBase::SYSTEM_PAYMENT, {SystemBase::SYSTEM_APP_LOGGER}};
-    FakeSystem loggerSystem{QStringLiteral("logger"), SystemBase::SYSTEM_APP_LOGGER, {}};
-    FakeInitializer articles{&articleSystem, &journal};
-    FakeInitializer payment{&paymentSystem, &journal};
-    FakeInitializer logger{&loggerSystem, &journal};
+    FakeSystem articles{"articles",
+                        SystemBase::SYSTEM_ARTICLE_MANAGER,
+                        {SystemBase::SYSTEM_APP_LOGGER, SystemBase::SYSTEM_PAYMENT},
+                        &journal};
+    FakeSystem payment{
+        "payment", SystemBase::SYSTEM_PAYMENT, {SystemBase::SYSTEM_APP_LOGGER}, &journal};
+    FakeSystem logger{"logger", SystemBase::SYSTEM_APP_LOGGER, {}, &journal};
 };
 
 }  // namespace
 
 TEST_F(SystemManagerTest, StartsDependenciesFirstAndStopsThemLast) {
-    // Only systems registered here take part (the test binary registers no other).
-    SystemManager* manager = SystemManager::Instance();
-    for (SystemInitializer* initializer : before) {
-        manager->UnregisterSystemInitializer(initializer);
-    }
     manager->RegisterSystemInitializer(&articles);
     manager->RegisterSystemInitializer(&payment);
     manager->RegisterSystemInitializer(&logger);
@@ -88,41 +87,17 @@ TEST_F(SystemManagerTest, StartsDependenciesFirstAndStopsThemLast) {
     journal.clear();
     EXPECT_FALSE(manager->InitializeAll()) << "uninitialised systems stay down";
     EXPECT_TRUE(journal.isEmpty());
-    for (SystemInitializer* initializer : before) {
-        manager->RegisterSystemInitializer(initializer);
-    }
 }
 
 TEST_F(SystemManagerTest, NotReadySystemsAreRetriedAtTheNextCall) {
-    SystemManager* manager = SystemManager::Instance();
-    for (SystemInitializer* initializer : before) {
-        manager->UnregisterSystemInitializer(initializer);
-    }
     manager->RegisterSystemInitializer(&articles);
     manager->RegisterSystemInitializer(&payment);
     payment.blocked = true;
     EXPECT_FALSE(manager->InitializeAll());
-    EXPECT_EQ(SystemBase::STATE_NOT_READY, paymentSystem.GetState());
+    EXPECT_EQ(SystemBase::STATE_NOT_READY, payment.GetState());
     payment.blocked = false;
     journal.clear();
     EXPECT_TRUE(manager->InitializeAll());
-    EXPECT_EQ(QStringList({"init payment"}), journal.filter(QStringLiteral("payment")));
-    EXPECT_EQ(SystemBase::STATE_READY, articleSystem.GetState());
-    for (SystemInitializer* initializer : before) {
-        manager->RegisterSystemInitializer(initializer);
-    }
-}
-
-TEST(SystemInitializerDefaults, ZeroTheStateAndChangeNothingOnTheWayDown) {
-    class Plain : public SystemInitializer {
-    public:
-        using SystemInitializer::SystemInitializer;
-    };
-    SystemBase system(QStringLiteral("plain"));
-    Plain plain(&system);
-    EXPECT_EQ(1, system.GetState());
-    EXPECT_EQ(0, plain.Uninitialize());
-    EXPECT_EQ(1, system.GetState());
-    EXPECT_EQ(0, plain.Initialize());
-    EXPECT_EQ(0, system.GetState());
+    EXPECT_EQ(QStringList({"init payment"}), journal.filter("payment"));
+    EXPECT_EQ(SystemBase::STATE_READY, articles.GetState());
 }

@@ -1,4 +1,5 @@
-// A database as a whole: closed, kept open, used by several threads at once, failing.
+// A database as a whole: closed, kept open, used by several threads at once, failing, and how
+// every connection is set up.
 
 #include <QFile>
 #include <QFileInfo>
@@ -13,35 +14,28 @@
 
 using DBManagerOpen = DatabaseFixture;
 
-TEST(DBManagerFile, OperationsOnAClosedDatabaseFailCleanly) {
-    QTemporaryDir dir;
-    LogCapture log;
-    DBManager db(dir.filePath(QStringLiteral("a.db")), DBManager::SCHEMA_ARTICLES);
-    EXPECT_EQ(DBManager::STATE_CREATED, db.GetState());
-    unsigned long count = 99;
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, db.Count(QStringLiteral("Article"), count));
-    EXPECT_EQ(99u, count);
-    EXPECT_EQ(nullptr, db.GetTable(QStringLiteral("Article")));
-    ASSERT_EQ(DB_OPERATION_SUCCESS, db.Open());
-    db.Close();
-    EXPECT_EQ(DBManager::STATE_CLOSED, db.GetState());
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, db.Execute(QStringLiteral("SELECT 1"), nullptr));
-}
-
-TEST_F(DBManagerOpen, CloserKeepsTheDatabaseOpenUntilItEnds) {
+TEST_F(DBManagerOpen, ACloserKeepsItOpenAndAClosedDatabaseFailsCleanly) {
     {
         DBCloser closer(articles.get());
         articles->Close();
         EXPECT_EQ(DBManager::STATE_OPEN, articles->GetState());
         unsigned long count = 0;
-        EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Count(QStringLiteral("Article"), count));
+        EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Count("Article", count));
     }
     EXPECT_EQ(DBManager::STATE_CLOSED, articles->GetState());
     DBCloser onNothing(nullptr);  // allowed
+    DBManager never(dir.filePath("never.db"), DBManager::SCHEMA_ARTICLES);
+    EXPECT_EQ(nullptr, never.GetTable("Article"));
+    for (DBManager* db : {articles.get(), &never}) {
+        unsigned long count = 99;
+        EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, db->Count("Article", count));
+        EXPECT_EQ(99u, count);
+        EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, db->Execute("SELECT 1", nullptr));
+    }
 }
 
 TEST_F(DBManagerOpen, ConcurrentCallsFromSeveralThreadsAllSucceed) {
-    DBTable* table = articles->GetTable(QStringLiteral("Article"));
+    DBTable* table = articles->GetTable("Article");
     constexpr int threads = 6;
     constexpr int perThread = 60;
     std::atomic<int> failures{0};
@@ -50,22 +44,15 @@ TEST_F(DBManagerOpen, ConcurrentCallsFromSeveralThreadsAllSucceed) {
         workers.emplace_back([&, t] {
             for (int i = 0; i < perThread; ++i) {
                 const unsigned int plu = static_cast<unsigned int>(t * 1000 + i + 1);
-                if (articles->Insert(Rows(table, {{{QStringLiteral("plu_no"), plu},
-                                                   {QStringLiteral("art_name"),
-                                                    QStringLiteral("T%1").arg(plu)}}})) != 0) {
-                    ++failures;
-                }
                 QSharedPointer<DBData> result;
-                if (articles->Load(Rows(table, {{{QStringLiteral("plu_no"), plu}}}),
-                                   DBManager::LOAD_MODE_BY_KEY, result) != 0 ||
-                    result->RowCount() != 1) {
-                    ++failures;
-                }
                 DBDirectQueryResult direct;
-                if (articles->Execute(QStringLiteral("SELECT COUNT(*) FROM Article"), &direct) !=
-                    0) {
-                    ++failures;
-                }
+                failures +=
+                    articles->Insert(
+                        Rows(table, {{{"plu_no", plu}, {"art_name", QString::number(plu)}}})) != 0;
+                failures += articles->Load(Rows(table, {{{"plu_no", plu}}}),
+                                           DBManager::LOAD_MODE_BY_KEY, result) != 0 ||
+                            result->RowCount() != 1;
+                failures += articles->Execute("SELECT COUNT(*) FROM Article", &direct) != 0;
             }
         });
     }
@@ -73,30 +60,41 @@ TEST_F(DBManagerOpen, ConcurrentCallsFromSeveralThreadsAllSucceed) {
         worker.join();
     }
     EXPECT_EQ(0, failures.load());
-    EXPECT_EQ(threads * perThread, Raw().Count(QStringLiteral("Article")));
+    EXPECT_EQ(threads * perThread, Raw().Count("Article"));
 }
 
 TEST_F(DBManagerOpen, FailuresAreLoggedWithSqliteText) {
     log->Clear();
-    EXPECT_EQ(DB_OPERATION_ERROR, articles->ClearTable(QStringLiteral("NoSuchTable")));
+    EXPECT_EQ(DB_OPERATION_ERROR, articles->ClearTable("NoSuchTable"));
     ASSERT_EQ(1, log->Entries().size());
     EXPECT_EQ(Logger::LOG_ERROR, log->Entries().first().level);
-    EXPECT_TRUE(log->Entries().first().text.startsWith(QStringLiteral("DBManager::ClearTable()")));
-    EXPECT_TRUE(log->Mentions(QStringLiteral("no such table: NoSuchTable")));
-    EXPECT_TRUE(articles->GetLastError().contains(QStringLiteral("no such table")));
+    EXPECT_TRUE(log->Entries().first().text.startsWith("DBManager::ClearTable()"));
+    EXPECT_TRUE(log->Mentions("no such table: NoSuchTable"));
+    EXPECT_TRUE(articles->GetLastError().contains("no such table"));
+}
+
+TEST_F(DBManagerOpen, CommitsAreDurableAndNoStatementReachesBeyondTheCatalogue) {
+    DBDirectQueryResult result;
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("PRAGMA synchronous", &result));
+    EXPECT_EQ(2, result.GetValue(0, 0).toInt()) << "FULL: a commit survives a power cut";
+    EXPECT_EQ(QStringLiteral("wal"), Raw().Text("PRAGMA journal_mode"));
+    const QString other = dir.filePath("other.db");
+    EXPECT_NE(DB_OPERATION_SUCCESS, articles->Execute("ATTACH '" + other + "' AS other", nullptr));
+    EXPECT_FALSE(QFile::exists(other));
+    articles->Execute("PRAGMA writable_schema = ON", nullptr);
+    EXPECT_NE(DB_OPERATION_SUCCESS,
+              articles->Execute("UPDATE sqlite_master SET sql = NULL", nullptr));
+    EXPECT_FALSE(Raw().Text("SELECT sql FROM sqlite_master WHERE name = 'Article'").isEmpty());
 }
 
 TEST_F(DBManagerOpen, AReaderNeitherCreatesNorChangesAFile) {
-    const QString missing = dir.filePath(QStringLiteral("mistyped.db"));
+    const QString missing = dir.filePath("mistyped.db");
     DBManager none(missing, DBManager::SCHEMA_ARTICLES);
     none.SetReadOnly(true);
     EXPECT_NE(DB_OPERATION_SUCCESS, none.Open());
     EXPECT_FALSE(QFileInfo::exists(missing));
 
-    DBTable* table = articles->GetTable(QStringLiteral("Article"));
-    ASSERT_EQ(
-        0, articles->Insert(Rows(table, {{{QStringLiteral("plu_no"), 7u},
-                                          {QStringLiteral("art_name"), QStringLiteral("Ser")}}})));
+    AddArticle(7, "Ser");
     articles->Close();
     auto bytes = [this] {
         QFile file(ArticlesPath());
@@ -108,19 +106,17 @@ TEST_F(DBManagerOpen, AReaderNeitherCreatesNorChangesAFile) {
     reader.SetReadOnly(true);
     ASSERT_EQ(DB_OPERATION_SUCCESS, reader.Open());
     unsigned long count = 0;
-    EXPECT_EQ(DB_OPERATION_SUCCESS, reader.Count(QStringLiteral("Article"), count));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, reader.Count("Article", count));
     EXPECT_EQ(1u, count);
     // The search note the insert left cannot be folded by a reader: the plain scan answers.
     QSharedPointer<DBData> found;
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              reader.Load(Rows(reader.GetTable(QStringLiteral("Article")),
-                               {{{QStringLiteral("art_name"), QStringLiteral("%Se%")}}}),
+              reader.Load(Rows(reader.GetTable("Article"), {{{"art_name", "%Se%"}}}),
                           DBManager::LOAD_MODE_BY_KEY, found, true));
     ASSERT_TRUE(found);
     EXPECT_EQ(1, found->RowCount());
-    EXPECT_NE(DB_OPERATION_SUCCESS, reader.Execute(QStringLiteral("DELETE FROM Article"), nullptr));
-    EXPECT_TRUE(reader.GetLastError().contains(QStringLiteral("readonly")))
-        << reader.GetLastError().toStdString();
+    EXPECT_NE(DB_OPERATION_SUCCESS, reader.Execute("DELETE FROM Article", nullptr));
+    EXPECT_TRUE(reader.GetLastError().contains("readonly")) << reader.GetLastError().toStdString();
     reader.Close();
     EXPECT_EQ(before, bytes());
 }

@@ -8,88 +8,85 @@ namespace {
 class StatementRunner : public DatabaseFixture {
 protected:
     QStringList articlesInTable() {
-        return Raw().Rows(
-            QStringLiteral("SELECT id, plu_no, art_name, price FROM Article ORDER BY id"));
+        return Raw().Rows("SELECT id, plu_no, art_name, price FROM Article ORDER BY id");
+    }
+    // The first column of what `sql` returns.
+    QStringList firstColumn(const QString& sql) {
+        DBDirectQueryResult result;
+        EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Execute(sql, &result)) << sql.toStdString();
+        return Column(result, 0);
     }
 };
 
 }  // namespace
 
-TEST_F(StatementRunner, ExecuteRunsExactlyOneStatement) {
-    AddArticle(1, QStringLiteral("A"), QString(), 100);
+TEST_F(StatementRunner, ExecuteRunsExactlyOneStatementSeenByObservers) {
+    QStringList seen;
+    const int observer =
+        articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
+    AddArticle(1, "A", QString(), 100);
     const QStringList before = articlesInTable();
-    for (const char* text : {"UPDATE Article SET price = 0; DELETE FROM Article",
-                             "UPDATE Article SET price = 0; -- fine\n DROP TABLE Article",
-                             "SELECT * FROM Article WHERE art_name = \"x\"; DELETE FROM Article"}) {
-        EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-                  articles->Execute(QString::fromUtf8(text), nullptr))
-            << text;
+    for (const char* text :
+         {"UPDATE Article SET price = 0; DELETE FROM Article",
+          "UPDATE Article SET price = 0; -- fine\n DROP TABLE Article",
+          "SELECT * FROM Article WHERE art_name = \"x\"; DELETE FROM Article", "  ;  "}) {
+        EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Execute(text, nullptr)) << text;
     }
     EXPECT_EQ(before, articlesInTable());
-    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Execute(QStringLiteral("  ;  "), nullptr));
     // A trailing semicolon or comment is part of one statement.
     DBDirectQueryResult result;
     EXPECT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(
-                  QStringLiteral("SELECT plu_no, art_name AS name FROM Article; -- x"), &result));
+              articles->Execute("SELECT plu_no, art_name AS name FROM Article; -- x", &result));
     EXPECT_EQ(QVector<QString>({"plu_no", "name"}), result.GetColumnNames());
     ASSERT_EQ(1, result.RowCount());
-    EXPECT_FALSE(result.IsEmpty());
     EXPECT_EQ(1, result.GetValue(0, 0).toInt());
     EXPECT_EQ(QStringLiteral("A"), result.GetValue(0, 1).toString());
+    // Observers see every executed text, failed ones too, and no other call's.
+    seen.clear();
+    articles->Execute("SELECT nonsense FROM nowhere", nullptr);
+    unsigned long count = 0;
+    articles->Count("Article", count);
+    articles->RemoveStatementObserver(observer);
+    articles->Execute("SELECT 2", nullptr);
+    EXPECT_EQ(QStringList({"SELECT nonsense FROM nowhere"}), seen);
 }
 
 TEST_F(StatementRunner, DoubleQuotedTextIsAlwaysAValue) {
-    AddArticle(1, QStringLiteral("price"), QStringLiteral("art_name"), 5);
-    AddArticle(2, QStringLiteral("Chleb"), QStringLiteral("5900000000002"), 5);
-    DBDirectQueryResult result;
-    ASSERT_EQ(
-        DB_OPERATION_SUCCESS,
-        articles->Execute(QStringLiteral("SELECT plu_no FROM Article WHERE art_name = \"price\""),
-                          &result));
-    ASSERT_EQ(1, result.RowCount());
-    EXPECT_EQ(1, result.GetValue(0, 0).toInt());
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(
-                  QStringLiteral("SELECT plu_no FROM Article WHERE main_barcode = \"art_name\""),
-                  &result));
-    EXPECT_EQ(1, result.RowCount());
+    AddArticle(1, "price", "art_name", 5);
+    AddArticle(2, "Chleb", "5900000000002", 5);
+    AddArticle(3, "Say \"hi\"");
+    EXPECT_EQ(QStringList({"1"}),
+              firstColumn("SELECT plu_no FROM Article WHERE art_name = \"price\""));
+    EXPECT_EQ(QStringList({"1"}),
+              firstColumn("SELECT plu_no FROM Article WHERE main_barcode = \"art_name\""));
     // Quotes doubled inside a value, and an alias in double quotes, still work.
-    AddArticle(3, QStringLiteral("Say \"hi\""));
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              articles->Execute(QStringLiteral("SELECT plu_no AS \"number\" FROM Article "
-                                               "WHERE art_name = \"Say \"\"hi\"\"\""),
-                                &result));
-    ASSERT_EQ(1, result.RowCount());
-    EXPECT_EQ(3, result.GetValue(0, 0).toInt());
+    DBDirectQueryResult result;
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("SELECT plu_no AS \"number\" FROM Article "
+                                                      "WHERE art_name = \"Say \"\"hi\"\"\"",
+                                                      &result));
+    EXPECT_EQ(QStringList({"3"}), Column(result, 0));
     EXPECT_EQ(QStringLiteral("number"), result.GetColumnNames().value(0));
+    // A text whose quoted part cannot be a value is refused, never run with it as a name.
+    DBDirectQueryResult refused;
+    EXPECT_NE(DB_OPERATION_SUCCESS, articles->Execute("SELECT * FROM \"Article\"", &refused));
+    EXPECT_EQ(0, refused.RowCount());
 }
 
 TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
-    AddBarcode(AddArticle(1, QStringLiteral("Chleb")), QStringLiteral("111"), true);
-    AddBarcode(AddArticle(2, QStringLiteral("Masło")), QStringLiteral("AB\"CD"), false);
-    const QString head = QStringLiteral(
+    AddBarcode(AddArticle(1, "Chleb"), "111", true);
+    AddBarcode(AddArticle(2, "Masło"), "AB\"CD", false);
+    const QString head =
         "SELECT a.plu_no FROM Article a, ArticleBarcode b WHERE a.id == b.article_id AND "
-        "b.barcode = \"");
-    const QString plain = QStringLiteral("\"");
-    const QString notHandy = QStringLiteral("\" AND a.on_handy_list == 0");
+        "b.barcode = \"";
+    const QString plain = "\"";
+    const QString notHandy = "\" AND a.on_handy_list == 0";
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {plain, notHandy}));
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {plain}));
     QStringList seen;
     articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
-    auto plus = [&](const QString& text, const QString& tail) {
-        DBDirectQueryResult result;
-        EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Execute(head + text + tail, &result))
-            << text.left(60).toStdString();
-        QStringList found;
-        for (int row = 0; row < result.RowCount(); ++row) {
-            found.append(result.GetValue(row, 0).toString());
-        }
-        return found;
-    };
-    EXPECT_EQ(QStringList({"1"}), plus(QStringLiteral("111"), plain));
-    EXPECT_EQ(QStringList({"2"}), plus(QStringLiteral("AB\"CD"), notHandy));
-    EXPECT_EQ(head + QStringLiteral("111\""), seen.first()) << "observers see the text as given";
+    EXPECT_EQ(QStringList({"1"}), firstColumn(head + "111" + plain));
+    EXPECT_EQ(QStringList({"2"}), firstColumn(head + "AB\"CD" + notHandy));
+    EXPECT_EQ(head + "111\"", seen.first()) << "observers see the text as given";
     const QStringList before = articlesInTable();
     for (const QString& text :
          {QStringLiteral("x\" OR \"1\"=\"1"), QStringLiteral("x\" UNION SELECT 2 --"),
@@ -97,40 +94,20 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
           QStringLiteral("111\" COLLATE NOCASE"), QStringLiteral("111\" AND a.on_handy_list == 0"),
           QStringLiteral("barcode"), QStringLiteral("111") + QChar(0), QString(QChar(0xDC00)),
           QString(100000, QLatin1Char('1'))}) {
-        EXPECT_TRUE(plus(text, plain).isEmpty()) << text.left(60).toStdString();
-        EXPECT_TRUE(plus(text, notHandy).isEmpty()) << text.left(60).toStdString();
+        EXPECT_TRUE(firstColumn(head + text + plain).isEmpty()) << text.left(60).toStdString();
+        EXPECT_TRUE(firstColumn(head + text + notHandy).isEmpty()) << text.left(60).toStdString();
     }
     EXPECT_EQ(before, articlesInTable());
     // A caller that reads the first match only gets no more.
-    const QString byName = QStringLiteral("SELECT plu_no FROM Article WHERE art_name like \"");
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              articles->DeclareStatementTemplate(byName, {QStringLiteral("\";")}, 1));
-    DBDirectQueryResult first;
-    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute(byName + QStringLiteral("%\";"), &first));
-    EXPECT_EQ(1, first.RowCount());
+    const QString byName = "SELECT plu_no FROM Article WHERE art_name like \"";
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(byName, {"\";"}, 1));
+    EXPECT_EQ(1, firstColumn(byName + "%\";").size());
     // Shapes whose texts could be read two ways, or whose slot is not quoted, are refused.
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->DeclareStatementTemplate(head, {plain, QStringLiteral("\" OR \"")}));
+              articles->DeclareStatementTemplate(head, {plain, "\" OR \""}));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->DeclareStatementTemplate(head + QStringLiteral("x"), {plain}));
+              articles->DeclareStatementTemplate(head + "x", {plain}));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
-              articles->DeclareStatementTemplate(QStringLiteral("SELECT 1 WHERE 1 = "), {plain}));
-    EXPECT_TRUE(log->Mentions(QStringLiteral("can be read as")));
-    // A text whose quoted part cannot be a value is refused, never run with it as a name.
-    DBDirectQueryResult result;
-    EXPECT_NE(DB_OPERATION_SUCCESS,
-              articles->Execute(QStringLiteral("SELECT * FROM \"Article\""), &result));
-    EXPECT_EQ(0, result.RowCount());
-}
-
-TEST_F(StatementRunner, ObserversSeeEveryExecutedText) {
-    QStringList seen;
-    const int id = articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
-    articles->Execute(QStringLiteral("SELECT 1"), nullptr);
-    articles->Execute(QStringLiteral("SELECT nonsense FROM nowhere"), nullptr);
-    unsigned long count = 0;
-    articles->Count(QStringLiteral("Article"), count);  // not an Execute
-    articles->RemoveStatementObserver(id);
-    articles->Execute(QStringLiteral("SELECT 2"), nullptr);
-    EXPECT_EQ(QStringList({"SELECT 1", "SELECT nonsense FROM nowhere"}), seen);
+              articles->DeclareStatementTemplate("SELECT 1 WHERE 1 = ", {plain}));
+    EXPECT_TRUE(log->Mentions("can be read as"));
 }
