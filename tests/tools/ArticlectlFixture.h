@@ -22,33 +22,57 @@ struct Outcome {
     QJsonDocument Json() const { return QJsonDocument::fromJson(out.toUtf8()); }
 };
 
+// The price lists shipped with the tool; pricelist.csv holds 15 articles and 14 barcodes.
+constexpr const char* pricelist = ARTICLEMANAGER_SOURCE_DIR "/examples/pricelist.csv";
+constexpr const char* cennik = ARTICLEMANAGER_SOURCE_DIR "/examples/cennik.csv";
+
+inline QStringList words(std::initializer_list<const char*> list) {
+    QStringList result;
+    for (const char* word : list) {
+        result.append(QString::fromUtf8(word));
+    }
+    return result;
+}
+
+// Text checks that show the whole text, whichever way they go.
+inline ::testing::AssertionResult Shown(bool held, const QString& text, const char* part) {
+    return (held ? ::testing::AssertionSuccess() : ::testing::AssertionFailure())
+           << "\"" << part << "\" against:\n"
+           << text.toStdString();
+}
+inline ::testing::AssertionResult Has(const QString& text, const char* part) {
+    return Shown(text.contains(QString::fromUtf8(part)), text, part);
+}
+inline ::testing::AssertionResult Starts(const QString& text, const char* part) {
+    return Shown(text.startsWith(QString::fromUtf8(part)), text, part);
+}
+inline ::testing::AssertionResult Ends(const QString& text, const char* part) {
+    return Shown(text.endsWith(QString::fromUtf8(part)), text, part);
+}
+
+// A run that ended with `exit` and said `says` on its error output.
+inline ::testing::AssertionResult Says(int exit, const Outcome& outcome, const char* says) {
+    return Shown(outcome.exit == exit && outcome.err.contains(QString::fromUtf8(says)), outcome.err,
+                 says)
+           << "exit " << outcome.exit << ", expected " << exit;
+}
+
 class Articlectl : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(dir.isValid());
-        ASSERT_EQ(0, Do({QStringLiteral("init")}).exit);
+        ASSERT_EQ(0, Do({"init"}).exit);
     }
 
     QString Path(const QString& name) const { return dir.filePath(name); }
+    QString Path(const char* name) const { return Path(QString::fromUtf8(name)); }
 
-    // Runs the tool on the test's database.
-    Outcome Do(const QStringList& arguments, const QString& database = QStringLiteral("shop.db")) {
+    // Any program in the test's folder, `input` on its standard input.
+    Outcome Run(const QString& program, const QStringList& arguments,
+                const QByteArray& input = QByteArray()) {
         QProcess process;
         process.setWorkingDirectory(dir.path());
-        process.start(QStringLiteral(ARTICLECTL_PATH),
-                      QStringList{QStringLiteral("--db"), Path(database)} + arguments);
-        process.waitForFinished(60000);
-        return Outcome{process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                       QString::fromUtf8(process.readAllStandardError())};
-    }
-
-    // The same with `input` on the tool's standard input.
-    Outcome DoWithInput(const QStringList& arguments, const QByteArray& input) {
-        QProcess process;
-        process.setWorkingDirectory(dir.path());
-        process.start(
-            QStringLiteral(ARTICLECTL_PATH),
-            QStringList{QStringLiteral("--db"), Path(QStringLiteral("shop.db"))} + arguments);
+        process.start(program, arguments);
         process.write(input);
         process.closeWriteChannel();
         process.waitForFinished(60000);
@@ -56,11 +80,23 @@ protected:
                        QString::fromUtf8(process.readAllStandardError())};
     }
 
-    qint64 Count() {
-        return Do({QStringLiteral("count"), QStringLiteral("--json")})
-            .Json()[QStringLiteral("count")]
-            .toInt(-1);
+    // Runs the tool on the test's database.
+    Outcome Do(const QStringList& arguments, const QString& database = QStringLiteral("shop.db"),
+               const QByteArray& input = QByteArray()) {
+        return Run(QStringLiteral(ARTICLECTL_PATH),
+                   QStringList{QStringLiteral("--db"), Path(database)} + arguments, input);
     }
+    Outcome Do(std::initializer_list<const char*> arguments,
+               const QString& database = QStringLiteral("shop.db")) {
+        return Do(words(arguments), database);
+    }
+    // The tool's --json answer; const, so that [] reads into nested values.
+    const QJsonObject Json(std::initializer_list<const char*> arguments,
+                           const QString& database = QStringLiteral("shop.db")) {
+        return Do(words(arguments), database).Json().object();
+    }
+
+    qint64 Count() { return Json({"count", "--json"})[QStringLiteral("count")].toInt(-1); }
 
     void WriteFile(const QString& name, const QByteArray& content) {
         QFile file(Path(name));
@@ -78,6 +114,10 @@ protected:
         QFile file(Path(name));
         file.open(QIODevice::ReadOnly);
         return file.readAll();
+    }
+    QByteArray ReadFile(const char* name) { return ReadFile(QString::fromUtf8(name)); }
+    void WriteFile(const char* name, const QByteArray& content) {
+        WriteFile(QString::fromUtf8(name), content);
     }
 
     QTemporaryDir dir;

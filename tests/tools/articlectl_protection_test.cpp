@@ -18,97 +18,89 @@ QStringList Backups(const QString& folder) {
 
 TEST_F(Articlectl, MistypedPathsCreateNothingAndAreNamed) {
     for (const QStringList& command :
-         {QStringList{QStringLiteral("count")},
-          {QStringLiteral("search"), QStringLiteral("x")},
-          {QStringLiteral("add"), QStringLiteral("--name"), QStringLiteral("X")},
-          {QStringLiteral("import"), QStringLiteral("nothing.csv")}}) {
+         {words({"count"}), words({"search", "x"}), words({"add", "--name", "X"}),
+          words({"import", "nothing.csv"})}) {
         const Outcome outcome = Do(command, QStringLiteral("sohp.db"));
         EXPECT_EQ(4, outcome.exit) << command.join(' ').toStdString();
-        EXPECT_TRUE(outcome.err.contains(Path(QStringLiteral("sohp.db"))))
-            << outcome.err.toStdString();
+        EXPECT_TRUE(outcome.err.contains(Path("sohp.db"))) << outcome.err.toStdString();
     }
     EXPECT_EQ(QStringList{QStringLiteral("shop.db")},
               QDir(dir.path()).entryList({QStringLiteral("sohp*"), QStringLiteral("shop.db")}));
-    EXPECT_FALSE(QFile::exists(Path(QStringLiteral("receipts.db"))))
+    EXPECT_FALSE(QFile::exists(Path("receipts.db")))
         << "the tool never makes the register's receipt database";
 
     // import --create makes a new catalogue set up as init sets one up, and keeps no copy of it.
-    const Outcome created = Do({QStringLiteral("import"), QStringLiteral("--create"),
-                                QStringLiteral(ARTICLEMANAGER_SOURCE_DIR "/examples/cennik.csv")},
-                               QStringLiteral("new.db"));
+    const Outcome created = Do({"import", "--create", cennik}, QStringLiteral("new.db"));
     ASSERT_EQ(0, created.exit) << created.err.toStdString();
-    EXPECT_EQ(99, Do({QStringLiteral("dept"), QStringLiteral("list"), QStringLiteral("--json")},
-                     QStringLiteral("new.db"))
-                      .Json()[QStringLiteral("count")]
-                      .toInt());
-    EXPECT_FALSE(QFile::exists(Path(QStringLiteral("new.db.backups"))));
+    EXPECT_EQ(99,
+              Json({"dept", "list", "--json"}, QStringLiteral("new.db"))[QStringLiteral("count")]
+                  .toInt());
+    EXPECT_FALSE(QFile::exists(Path("new.db.backups")));
 
-    const Outcome receipts = Do({QStringLiteral("--receipts"), Path(QStringLiteral("reciepts.db")),
-                                 QStringLiteral("count")});
+    const Outcome receipts = Do(QStringList{QStringLiteral("--receipts"), Path("reciepts.db")}
+                                << QStringLiteral("count"));
     EXPECT_EQ(4, receipts.exit);
-    EXPECT_TRUE(receipts.err.contains(QStringLiteral("reciepts.db")));
+    EXPECT_TRUE(Has(receipts.err, "reciepts.db"));
 }
 
 TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
-    ASSERT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--name"), QStringLiteral("Chleb"),
-                     QStringLiteral("--price"), QStringLiteral("5.49")})
-                     .exit);
-    const QString backups = Path(QStringLiteral("shop.db.backups"));
+    ASSERT_EQ(0, Do({"add", "--name", "Chleb", "--price", "5.49"}).exit);
+    const QString backups = Path("shop.db.backups");
 
-    const Outcome noReceipts = Do({QStringLiteral("clear")});
-    EXPECT_EQ(3, noReceipts.exit);
-    EXPECT_TRUE(noReceipts.err.contains(QStringLiteral("--no-receipts")));
-    const Outcome init = Do({QStringLiteral("init")});
+    EXPECT_TRUE(Says(3, Do({"clear"}), "--no-receipts"));
+    const Outcome init = Do({"init"});
     EXPECT_EQ(3, init.exit);
-    EXPECT_TRUE(init.err.contains(QStringLiteral("--force")));
+    EXPECT_TRUE(Has(init.err, "--force"));
     EXPECT_EQ(1, Count());
     EXPECT_TRUE(Backups(backups).isEmpty()) << "a refused command keeps no copy";
 
-    RawSqlite shop(Path(QStringLiteral("shop.db")));
+    RawSqlite shop(Path("shop.db"));
+    const QString deptName = QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 1");
     shop.Exec(QStringLiteral("UPDATE Dept SET dept_name = 'Piekarnia' WHERE dept_id = 1"));
-    ASSERT_EQ(0, Do({QStringLiteral("init"), QStringLiteral("--force")}).exit);
-    EXPECT_NE(QStringLiteral("Piekarnia"),
-              shop.Text(QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 1")));
-    ASSERT_EQ(0, Do({QStringLiteral("clear"), QStringLiteral("--no-receipts")}).exit);
+    ASSERT_EQ(0, Do({"init", "--force"}).exit);
+    EXPECT_NE(QStringLiteral("Piekarnia"), shop.Text(deptName));
+    ASSERT_EQ(0, Do({"clear", "--no-receipts"}).exit);
     EXPECT_EQ(0, Count());
     const QStringList copies = Backups(backups);
     ASSERT_EQ(2, copies.size());
 
     // The first copy holds the shop as it was before init --force: restore brings it back.
-    const Outcome restored =
-        Do({QStringLiteral("restore"), QDir(backups).filePath(copies.first())});
+    const Outcome restored = Do(words({"restore"}) << QDir(backups).filePath(copies.first()));
     ASSERT_EQ(0, restored.exit) << restored.err.toStdString();
     EXPECT_EQ(1, Count());
-    EXPECT_EQ(QStringLiteral("Piekarnia"),
-              shop.Text(QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 1")));
+    EXPECT_EQ(QStringLiteral("Piekarnia"), shop.Text(deptName));
     EXPECT_EQ(3, Backups(backups).size()) << "the restored-over catalogue is kept too";
 
     // A damaged or foreign file is never restored.
-    WriteFile(QStringLiteral("garbage.db"), QByteArray(8192, 'x'));
-    EXPECT_EQ(3, Do({QStringLiteral("restore"), Path(QStringLiteral("garbage.db"))}).exit);
+    WriteFile("garbage.db", QByteArray(8192, 'x'));
+    EXPECT_EQ(3, Do(words({"restore"}) << Path("garbage.db")).exit);
     EXPECT_EQ(1, Count());
 
     for (int i = 0; i < 9; ++i) {
-        ASSERT_EQ(0, Do({QStringLiteral("backup")}).exit);
+        ASSERT_EQ(0, Do({"backup"}).exit);
     }
     EXPECT_EQ(10, Backups(backups).size()) << "only the newest ten are kept";
-    const Outcome listed =
-        Do({QStringLiteral("backup"), QStringLiteral("--list"), QStringLiteral("--json")});
-    EXPECT_EQ(10, listed.Json()[QStringLiteral("count")].toInt());
+    EXPECT_EQ(10, Json({"backup", "--list", "--json"})[QStringLiteral("count")].toInt());
 }
 
-TEST_F(Articlectl, AReadOnlyCatalogueIsReadButNeverBlamedOnTheInput) {
-    ASSERT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--plu"), QStringLiteral("7"),
-                     QStringLiteral("--name"), QStringLiteral("Chleb")})
-                     .exit);
+// A write the database refuses, injected or on a read-only file, is reported with SQLite's own
+// reason and never blamed on a line of the input.
+TEST_F(Articlectl, WriteFailuresAreReportedAndNeverBlamedOnTheInput) {
+    WriteFile("list.csv", "plu,name,price\n7,Chleb,5.49\n8,Bułka,0.89\n");
+    WriteFile("prices.csv", "plu,price\n7,5.99\n");
+    ASSERT_EQ(0, Do({"import", "list.csv"}).exit);
     {
-        // A write the database refuses is reported with SQLite's own reason.
-        RawSqlite shop(Path(QStringLiteral("shop.db")));
+        RawSqlite shop(Path("shop.db"));
         shop.FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
-        const Outcome refused = Do({QStringLiteral("price"), QStringLiteral("set"),
-                                    QStringLiteral("7"), QStringLiteral("2")});
-        EXPECT_EQ(4, refused.exit);
-        EXPECT_TRUE(refused.err.contains(QStringLiteral("injected"))) << refused.err.toStdString();
+        // Rows that change nothing are not written, so the failing update is never reached.
+        EXPECT_EQ(0, Do({"import", "list.csv"}).exit);
+        for (const QStringList& command :
+             {words({"import", "prices.csv"}), words({"price", "set", "7", "2"})}) {
+            const Outcome failed = Do(command);
+            EXPECT_EQ(4, failed.exit) << command.join(' ').toStdString();
+            EXPECT_TRUE(Has(failed.err, "injected"));
+            EXPECT_FALSE(Has(failed.err, "prices.csv:"));
+        }
         shop.StopFailing(QStringLiteral("Article"), QStringLiteral("UPDATE"));
     }
     // Root writes read-only files: the tool then runs as nobody, who may only read.
@@ -122,70 +114,24 @@ TEST_F(Articlectl, AReadOnlyCatalogueIsReadButNeverBlamedOnTheInput) {
     for (const QString& name : QDir(dir.path()).entryList(QDir::Files)) {
         QFile::setPermissions(Path(name), QFile::ReadOwner | QFile::ReadOther);
     }
-    auto Do = [&](const QStringList& arguments) {
-        QProcess process;
-        process.setWorkingDirectory(dir.path());
-        QStringList line{QStringLiteral("--db"), Path(QStringLiteral("shop.db"))};
-        line += arguments;
-        if (asNobody) {
-            line = QStringList{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-                               QStringLiteral("--clear-groups"), QStringLiteral(ARTICLECTL_PATH)} +
-                   line;
-        }
-        process.start(
-            asNobody ? QStringLiteral("/usr/bin/setpriv") : QStringLiteral(ARTICLECTL_PATH), line);
-        process.waitForFinished(60000);
-        return Outcome{process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                       QString::fromUtf8(process.readAllStandardError())};
+    const auto reader = [&](const QStringList& arguments) {
+        const QStringList line = QStringList{QStringLiteral("--db"), Path("shop.db")} + arguments;
+        return asNobody ? Run(QStringLiteral("/usr/bin/setpriv"),
+                              words({"--reuid=65534", "--regid=65534", "--clear-groups",
+                                     ARTICLECTL_PATH}) +
+                                  line)
+                        : Run(QStringLiteral(ARTICLECTL_PATH), line);
     };
-    const QByteArray before = ReadFile(QStringLiteral("shop.db"));
-    const Outcome shown = Do({QStringLiteral("show"), QStringLiteral("7")});
+    const QByteArray before = ReadFile("shop.db");
+    const Outcome shown = reader(words({"show", "7"}));
     EXPECT_EQ(0, shown.exit) << shown.err.toStdString();
-    QFile list(QStringLiteral(ARTICLEMANAGER_SOURCE_DIR "/examples/pricelist.csv"));
-    for (const QStringList& command : {QStringList{QStringLiteral("import"), list.fileName()},
-                                       {QStringLiteral("price"), QStringLiteral("set"),
-                                        QStringLiteral("7"), QStringLiteral("1")}}) {
-        const Outcome outcome = Do(command);
+    for (const QStringList& command :
+         {words({"import", pricelist}), words({"import", "prices.csv"}),
+          words({"price", "set", "7", "1"})}) {
+        const Outcome outcome = reader(command);
         EXPECT_EQ(4, outcome.exit) << command.join(' ').toStdString();
-        EXPECT_TRUE(outcome.err.contains(QStringLiteral("read-only"))) << outcome.err.toStdString();
+        EXPECT_TRUE(Has(outcome.err, "read-only"));
+        EXPECT_FALSE(Has(outcome.err, ".csv:"));
     }
-    EXPECT_EQ(before, ReadFile(QStringLiteral("shop.db")));
-}
-
-TEST_F(Articlectl, HelpIsEverywhereAndSuggestsWhatWasMeant) {
-    const Outcome help = Do({QStringLiteral("help")});
-    EXPECT_EQ(0, help.exit);
-    EXPECT_TRUE(help.out.contains(QStringLiteral("restore")));
-    for (const QStringList& words :
-         {QStringList{QStringLiteral("help"), QStringLiteral("price")},
-          {QStringLiteral("price"), QStringLiteral("--help")},
-          {QStringLiteral("help"), QStringLiteral("price"), QStringLiteral("convert")},
-          {QStringLiteral("price"), QStringLiteral("set"), QStringLiteral("--help")},
-          {QStringLiteral("help"), QStringLiteral("scan")}}) {
-        const Outcome outcome = Do(words);
-        EXPECT_EQ(0, outcome.exit) << words.join(' ').toStdString();
-        EXPECT_TRUE(outcome.out.contains(QStringLiteral("articlectl price ")) ||
-                    outcome.out.contains(QStringLiteral("articlectl scan ")))
-            << outcome.out.toStdString();
-        EXPECT_TRUE(outcome.err.isEmpty()) << outcome.err.toStdString();
-    }
-    const Outcome typo = Do({QStringLiteral("serach"), QStringLiteral("chleb")});
-    EXPECT_EQ(2, typo.exit);
-    EXPECT_TRUE(typo.err.contains(QStringLiteral("did you mean 'search'?")))
-        << typo.err.toStdString();
-    const Outcome subTypo =
-        Do({QStringLiteral("price"), QStringLiteral("convet"), QStringLiteral("4")});
-    EXPECT_TRUE(subTypo.err.contains(QStringLiteral("did you mean 'price convert'?")))
-        << subTypo.err.toStdString();
-
-    // Global options anywhere on the line.
-    QProcess process;
-    process.start(QStringLiteral(ARTICLECTL_PATH),
-                  {QStringLiteral("count"), QStringLiteral("--json"), QStringLiteral("--db"),
-                   Path(QStringLiteral("shop.db"))});
-    process.waitForFinished(60000);
-    EXPECT_EQ(0, process.exitCode()) << process.readAllStandardError().toStdString();
-    EXPECT_EQ(0, QJsonDocument::fromJson(process.readAllStandardOutput())
-                     .object()[QStringLiteral("count")]
-                     .toInt(-1));
+    EXPECT_EQ(before, ReadFile("shop.db"));
 }

@@ -3,20 +3,8 @@
 
 #include "ArticlectlFixture.h"
 
-namespace {
-
-QStringList words(std::initializer_list<const char*> list) {
-    QStringList result;
-    for (const char* word : list) {
-        result.append(QString::fromUtf8(word));
-    }
-    return result;
-}
-
-}  // namespace
-
 TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
-    ASSERT_EQ(0, Do(words({"add", "--name", "Woda", "--barcode", "5901234123457"})).exit);
+    ASSERT_EQ(0, Do({"add", "--name", "Woda", "--barcode", "5901234123457"}).exit);
     struct Case {
         const char* code;
         const char* hint;
@@ -32,69 +20,51 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
     for (const Case& bad : refused) {
         for (const QStringList& command : {words({"add", "--name", "Sok", "--barcode", bad.code}),
                                            words({"barcode", "add", "1", bad.code})}) {
-            const Outcome outcome = Do(command);
-            EXPECT_EQ(2, outcome.exit) << command.join(' ').toStdString();
-            EXPECT_TRUE(outcome.err.contains(QString::fromUtf8(bad.hint)))
-                << outcome.err.toStdString();
+            EXPECT_TRUE(Says(2, Do(command), bad.hint)) << command.join(' ').toStdString();
         }
     }
     EXPECT_EQ(1, Count());
-    EXPECT_EQ(
-        1, Do(words({"barcode", "list", "1", "--json"})).Json()[QStringLiteral("count")].toInt());
+    EXPECT_EQ(1, Json({"barcode", "list", "1", "--json"})[QStringLiteral("count")].toInt());
 
     // An internal code, an EAN-8, a UPC-A and a weight label's article part go in; a scanned
     // label then finds its article.
-    EXPECT_EQ(0, Do(words({"barcode", "add", "1", "ABC-123"})).exit);
-    EXPECT_EQ(0, Do(words({"barcode", "add", "1", "96385074"})).exit);
-    EXPECT_EQ(0, Do(words({"barcode", "add", "1", "036000291452"})).exit);
-    ASSERT_EQ(
-        0, Do(words({"add", "--name", "Ser", "--unit", "kg", "--barcode", "2312345000002"})).exit);
-    EXPECT_EQ(2, Do(words({"scan", "2312345012500", "--json"}))
-                     .Json()[QStringLiteral("article")][QStringLiteral("plu")]
-                     .toInt());
+    EXPECT_EQ(0, Do({"barcode", "add", "1", "ABC-123"}).exit);
+    EXPECT_EQ(0, Do({"barcode", "add", "1", "96385074"}).exit);
+    EXPECT_EQ(0, Do({"barcode", "add", "1", "036000291452"}).exit);
+    ASSERT_EQ(0, Do({"add", "--name", "Ser", "--unit", "kg", "--barcode", "2312345000002"}).exit);
+    const QJsonObject scanned = Json({"scan", "2312345012500", "--json"});
+    EXPECT_EQ(2, scanned[QStringLiteral("article")][QStringLiteral("plu")].toInt());
 
     // Characters, not UTF-16 units, and one stored form of a name typed two ways.
     const QString emoji = QString::fromUtf8("\xF0\x9F\x98\x80");
-    const Outcome tooLong =
-        Do({QStringLiteral("add"), QStringLiteral("--name"), emoji.repeated(41)});
-    EXPECT_EQ(2, tooLong.exit);
-    EXPECT_TRUE(tooLong.err.contains(QStringLiteral("the name has 41 characters")))
-        << tooLong.err.toStdString();
-    EXPECT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--name"), emoji.repeated(40)}).exit);
+    EXPECT_TRUE(
+        Says(2, Do(words({"add", "--name"}) << emoji.repeated(41)), "the name has 41 characters"));
+    EXPECT_EQ(0, Do(words({"add", "--name"}) << emoji.repeated(40)).exit);
     const QString composed = QString::fromUtf8("Żółć");
-    ASSERT_EQ(0, Do({QStringLiteral("add"), QStringLiteral("--plu"), QStringLiteral("10"),
-                     QStringLiteral("--name"), composed.normalized(QString::NormalizationForm_D)})
-                     .exit);
-    EXPECT_EQ(composed,
-              Do(words({"show", "10", "--json"})).Json()[QStringLiteral("name")].toString());
-    EXPECT_EQ(3, Do({QStringLiteral("add"), QStringLiteral("--name"), composed}).exit)
-        << "the same name, composed";
-    for (const char* command : {"search", "show"}) {
-        QStringList line{QString::fromLatin1(command),
-                         composed.normalized(QString::NormalizationForm_D),
-                         QStringLiteral("--json")};
-        if (line.first() == QLatin1String("show")) {
-            line.insert(1, QStringLiteral("--name"));
-        }
-        EXPECT_EQ(0, Do(line).exit) << command << ": typed decomposed, found composed";
+    const QString decomposed = composed.normalized(QString::NormalizationForm_D);
+    ASSERT_EQ(0, Do(words({"add", "--plu", "10", "--name"}) << decomposed).exit);
+    EXPECT_EQ(composed, Json({"show", "10", "--json"})[QStringLiteral("name")].toString());
+    EXPECT_EQ(3, Do(words({"add", "--name"}) << composed).exit) << "the same name, composed";
+    for (const QStringList& find : {words({"search"}), words({"show", "--name"})}) {
+        EXPECT_EQ(0, Do(find + QStringList{decomposed, QStringLiteral("--json")}).exit)
+            << find.first().toStdString() << ": typed decomposed, found composed";
     }
 
     // A decimal comma is read; a thousands separator is not guessed at.
-    ASSERT_EQ(0, Do(words({"price", "set", "1", "12,99"})).exit);
+    ASSERT_EQ(0, Do({"price", "set", "1", "12,99"}).exit);
     for (const char* price : {"1.299,00", "1 299", "1,299"}) {
-        const Outcome outcome = Do(words({"price", "set", "1", price}));
+        const Outcome outcome = Do({"price", "set", "1", price});
         EXPECT_EQ(2, outcome.exit) << price;
-        EXPECT_TRUE(outcome.err.contains(QStringLiteral("thousands separator"))) << price;
+        EXPECT_TRUE(Has(outcome.err, "thousands separator")) << price;
     }
-    EXPECT_EQ(12.99, Do(words({"show", "1", "--json"})).Json()[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(12.99, Json({"show", "1", "--json"})[QStringLiteral("price")].toDouble());
 }
 
 TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
     // With --verbose Qt's own warnings would reach the terminal too: none may come.
     const auto prefix = [this](std::initializer_list<const char*> list) {
         const Outcome outcome = Do(words({"--verbose", "prefix"}) + words(list));
-        EXPECT_FALSE(outcome.err.contains(QStringLiteral("QCommandLineParser")))
-            << outcome.err.toStdString();
+        EXPECT_FALSE(Has(outcome.err, "QCommandLineParser"));
         return outcome;
     };
     ASSERT_EQ(0, prefix({"add", "4", "21", "--kind", "none"}).exit);
@@ -110,16 +80,15 @@ TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
     const QString before = prefix({"list", "--json"}).out;
     const Outcome taken = prefix({"add", "1", "28", "--kind", "price"});
     EXPECT_EQ(3, taken.exit);
-    EXPECT_TRUE(taken.err.contains(QStringLiteral("--replace"))) << taken.err.toStdString();
+    EXPECT_TRUE(Has(taken.err, "--replace"));
     EXPECT_EQ(3, prefix({"add", "8", "23", "--kind", "price", "--overlap"}).exit)
         << "23 is entry 6 already";
     const Outcome overlapping = prefix({"add", "8", "2", "--kind", "weight"});
     EXPECT_EQ(3, overlapping.exit);
-    EXPECT_TRUE(overlapping.err.contains(QStringLiteral("overlaps entry 1 (27, price)")))
-        << overlapping.err.toStdString();
+    EXPECT_TRUE(Has(overlapping.err, "overlaps entry 1 (27, price)"));
     const Outcome missing = prefix({"remove", "999"});
     EXPECT_EQ(1, missing.exit);
-    EXPECT_TRUE(missing.err.contains(QStringLiteral("there is no prefix entry 999")));
+    EXPECT_TRUE(Has(missing.err, "there is no prefix entry 999"));
     EXPECT_EQ(before, prefix({"list", "--json"}).out);
 
     EXPECT_EQ(0, prefix({"add", "1", "28", "--kind", "price", "--replace"}).exit);
@@ -132,36 +101,23 @@ TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
 }
 
 TEST_F(Articlectl, DepartmentsAndTaxRatesSpeakInNumbersAndCountTheirArticles) {
-    for (const QStringList& help : {words({"dept", "--help"}), words({"tax", "set", "--help"}),
-                                    words({"prefix", "add", "--help"})}) {
-        const Outcome outcome = Do(help);
-        EXPECT_EQ(0, outcome.exit) << help.join(' ').toStdString();
-        EXPECT_TRUE(outcome.err.isEmpty()) << outcome.err.toStdString();
-        EXPECT_TRUE(outcome.out.contains(QStringLiteral("articlectl ") + help[0] + ' '));
-    }
-
-    ASSERT_EQ(0,
-              Do(words({"dept", "set", "5", "--name", "Napoje", "--max-discount", "12,5"})).exit);
-    const QJsonObject dept = Do(words({"dept", "show", "5", "--json"})).Json().object();
+    ASSERT_EQ(0, Do({"dept", "set", "5", "--name", "Napoje", "--max-discount", "12,5"}).exit);
+    const QJsonObject dept = Json({"dept", "show", "5", "--json"});
     EXPECT_EQ(QStringLiteral("Napoje"), dept[QStringLiteral("name")].toString());
     EXPECT_EQ(12.5, dept[QStringLiteral("max_discount")].toDouble());
     EXPECT_EQ(100, dept[QStringLiteral("max_surcharge")].toDouble());
-    EXPECT_TRUE(
-        Do(words({"dept", "show", "15"})).out.contains(QStringLiteral("Grupa towarowa 15")));
+    EXPECT_TRUE(Has(Do({"dept", "show", "15"}).out, "Grupa towarowa 15"));
 
-    ASSERT_EQ(0, Do(words({"add", "--name", "Chleb", "--tax", "A"})).exit);
-    ASSERT_EQ(0, Do(words({"add", "--name", "Bułka", "--tax", "A"})).exit);
-    const Outcome set = Do(words({"tax", "set", "A", "8"}));
+    ASSERT_EQ(0, Do({"add", "--name", "Chleb", "--tax", "A"}).exit);
+    ASSERT_EQ(0, Do({"add", "--name", "Bułka", "--tax", "A"}).exit);
+    const Outcome set = Do({"tax", "set", "A", "8"});
     ASSERT_EQ(0, set.exit);
     EXPECT_EQ(QStringLiteral("Tax rate A set to 8.00 % (was 23.00 %); 2 articles use it.\n"),
               set.out);
-    const Outcome unused = Do(words({"tax", "set", "A", "unused"}));
-    EXPECT_EQ(3, unused.exit);
-    EXPECT_TRUE(unused.err.contains(QStringLiteral("2 articles use it")));
-    EXPECT_EQ(3, Do(words({"tax", "reset"})).exit);
-    ASSERT_EQ(0, Do(words({"tax", "set", "E", "12.5"})).exit);
-    const QJsonArray rates =
-        Do(words({"tax", "list", "--json"})).Json()[QStringLiteral("tax_rates")].toArray();
+    EXPECT_TRUE(Says(3, Do({"tax", "set", "A", "unused"}), "2 articles use it"));
+    EXPECT_EQ(3, Do({"tax", "reset"}).exit);
+    ASSERT_EQ(0, Do({"tax", "set", "E", "12.5"}).exit);
+    const QJsonArray rates = Json({"tax", "list", "--json"})[QStringLiteral("tax_rates")].toArray();
     ASSERT_EQ(7, rates.size());
     EXPECT_EQ(8, rates[0][QStringLiteral("percent")].toDouble());
     EXPECT_EQ(2, rates[0][QStringLiteral("articles")].toInt());
