@@ -53,6 +53,11 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     EXPECT_TRUE(Has(init.err, "--force"));
     EXPECT_EQ(1, Count());
     EXPECT_TRUE(Backups(backups).isEmpty()) << "a refused command keeps no copy";
+    // No copy can be made (a file stands where the folder goes): nothing is wiped.
+    WriteFile("shop.db.backups", "not a folder");
+    EXPECT_TRUE(Says(4, Do({"clear", "--no-receipts"}), "no backup could be made"));
+    EXPECT_EQ(1, Count());
+    QFile::remove(backups);
 
     RawSqlite shop(Path("shop.db"));
     const QString deptName = QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 1");
