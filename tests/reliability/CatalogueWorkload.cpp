@@ -1,13 +1,14 @@
 #include "CatalogueWorkload.h"
 
-#include <sys/wait.h>
-
 #include <sqlite3.h>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QVector>
 #include <algorithm>
+#include <chrono>
 
 #include "ArticleBarcodeManager.h"
 #include "ArticleBarcodes.h"
@@ -22,20 +23,30 @@
 #include "ScaleLabelRecognizer.h"
 #include "SystemManager.h"
 
+namespace {
+
+QString show(const ModelArticle& a) {
+    QStringList barcodes;
+    for (auto b = a.barcodes.cbegin(); b != a.barcodes.cend(); ++b) {
+        barcodes << b.key() + (b.value() ? QStringLiteral(" (main)") : QString());
+    }
+    return QStringLiteral("(%1, %2, %3, %4; barcodes %5)")
+        .arg(a.name)
+        .arg(a.price)
+        .arg(a.mainBarcode)
+        .arg(a.handy)
+        .arg(barcodes.join(QStringLiteral(", ")));
+}
+
+}  // namespace
+
+bool ModelArticle::operator==(const ModelArticle& o) const {
+    return name == o.name && price == o.price && mainBarcode == o.mainBarcode && handy == o.handy &&
+           barcodes == o.barcodes;
+}
+
 bool Model::operator==(const Model& other) const {
-    if (articles.size() != other.articles.size()) {
-        return false;
-    }
-    for (const auto& [plu, article] : articles) {
-        const auto found = other.articles.find(plu);
-        if (found == other.articles.end() || found->second.name != article.name ||
-            found->second.price != article.price ||
-            found->second.mainBarcode != article.mainBarcode ||
-            found->second.handy != article.handy || found->second.barcodes != article.barcodes) {
-            return false;
-        }
-    }
-    return true;
+    return articles == other.articles;
 }
 
 QByteArray Change::Serialize() const {
@@ -254,12 +265,52 @@ QString Library::Start(const QString& folder) {
     return QString();
 }
 
-// ---- The worker --------------------------------------------------------------------------------
+// ---- Processes ---------------------------------------------------------------------------------
 
 void say(int fd, const QByteArray& line) {
     const QByteArray out = line + '\n';
     if (write(fd, out.constData(), static_cast<size_t>(out.size())) != out.size()) {
         _exit(3);
+    }
+}
+
+QList<QByteArray> readLines(int fd) {
+    QByteArray all;
+    char buffer[4096];
+    ssize_t got;
+    while ((got = read(fd, buffer, sizeof buffer)) > 0) {
+        all.append(buffer, static_cast<int>(got));
+    }
+    QList<QByteArray> lines = all.split('\n');
+    if (!lines.isEmpty() && lines.last().isEmpty()) {
+        lines.removeLast();
+    }
+    return lines;
+}
+
+void startWorker(const QString& folder, int fd, bool (*off)()) {
+    const QString error = (new Library)->Start(folder);  // never closed
+    if (!error.isEmpty() && !(off && off())) {
+        say(fd, "E " + error.toUtf8());
+        _exit(2);
+    }
+}
+
+void makeChanges(Model model, quint64 seed, int fd, int most, bool (*off)()) {
+    std::mt19937_64 random(seed);
+    for (int i = 0; i < most && !(off && off()); ++i) {
+        const Change change = choose(model, random);
+        say(fd, "I " + change.Serialize());
+        const int result = perform(*G::articleManager, change);
+        if (result != 0) {
+            if (off && off()) {
+                return;
+            }
+            say(fd, "E refused with " + QByteArray::number(result));
+            _exit(2);
+        }
+        say(fd, "C");
+        apply(model, change);
     }
 }
 
@@ -270,6 +321,19 @@ unsigned int articleId(ArticleManager& manager, unsigned int plu) {
     return manager.GetSeeker()->FindPlu(plu, article, false) == 0 ? article.id : 0;
 }
 
+Article newArticle(unsigned int plu, const QString& name, qint64 price,
+                   const QString& mainBarcode = QString()) {
+    Article article;
+    article.pluNo = plu;
+    article.name = name;
+    article.price = price;
+    article.mainBarcode = mainBarcode;
+    article.taxRateNo = 1;
+    article.deptNo = 1;
+    article.unitNo = 1;
+    return article;
+}
+
 }  // namespace
 
 int perform(ArticleManager& manager, const Change& change) {
@@ -277,14 +341,7 @@ int perform(ArticleManager& manager, const Change& change) {
     ArticleBarcodeManager* barcodes = manager.GetBarcodeManager();
     switch (change.kind) {
         case AddArticle: {
-            Article article;
-            article.pluNo = change.plu;
-            article.name = change.text;
-            article.price = change.price;
-            article.mainBarcode = change.text2;
-            article.taxRateNo = 1;
-            article.deptNo = 1;
-            article.unitNo = 1;
+            Article article = newArticle(change.plu, change.text, change.price, change.text2);
             return editor->AddRecord(article);
         }
         case AddBarcode: {
@@ -328,13 +385,8 @@ int perform(ArticleManager& manager, const Change& change) {
                 return -1;
             }
             for (unsigned int i = 0; i < batchSize; ++i) {
-                Article article;
-                article.pluNo = change.plu + i;
-                article.name = change.text + QStringLiteral(" / %1").arg(i);
-                article.price = change.price + i;
-                article.taxRateNo = 1;
-                article.deptNo = 1;
-                article.unitNo = 1;
+                Article article = newArticle(
+                    change.plu + i, change.text + QStringLiteral(" / %1").arg(i), change.price + i);
                 const int result = editor->AddRecord(article);
                 if (result != 0) {
                     G::dbArticles->RollbackTransaction();
@@ -357,13 +409,31 @@ int perform(ArticleManager& manager, const Change& change) {
 
 namespace {
 
-// The catalogue as the library reads it, or empty with `error` set.
-bool readCatalogue(ArticleManager& manager, Model& stored, QString& error) {
+// The first column of what `sql` answers on the database at `path`; "the file does not open".
+QStringList query(const QString& path, const char* sql) {
+    sqlite3* raw = nullptr;
+    QStringList answers;
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_open_v2(path.toUtf8().constData(), &raw, SQLITE_OPEN_READWRITE, nullptr) !=
+        SQLITE_OK) {
+        answers << QStringLiteral("the file does not open");
+    } else if (sqlite3_prepare_v2(raw, sql, -1, &statement, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            answers << QString::fromUtf8(
+                reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
+        }
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close_v2(raw);
+    return answers;
+}
+
+// Reads the catalogue as the library does into `stored`; empty, or why it cannot.
+QString readCatalogue(ArticleManager& manager, Model& stored) {
     QList<Article> all;
     const int result = manager.GetSeeker()->FindNextPlu(0, 0, all, false);
     if (result != 0 && result != 3) {
-        error = QStringLiteral("the articles cannot be listed (%1)").arg(result);
-        return false;
+        return QStringLiteral("the articles cannot be listed (%1)").arg(result);
     }
     for (const Article& article : all) {
         ModelArticle& entry = stored.articles[article.pluNo];
@@ -373,48 +443,27 @@ bool readCatalogue(ArticleManager& manager, Model& stored, QString& error) {
         entry.handy = article.onHandyList;
         ArticleBarcodes barcodes(article.id);
         if (manager.GetBarcodeManager()->Load(barcodes) != 0) {
-            error = QStringLiteral("the barcodes of PLU %1 cannot be loaded").arg(article.pluNo);
-            return false;
+            return QStringLiteral("the barcodes of PLU %1 cannot be loaded").arg(article.pluNo);
         }
         for (const Barcode* barcode : barcodes.GetBarcodes()) {
             entry.barcodes.insert(barcode->GetBarcode(), barcode->IsMain());
         }
     }
-    return true;
+    return QString();
 }
 
 QString describe(const Model& model, const Model& stored) {
-    for (const auto& [plu, article] : model.articles) {
-        const auto found = stored.articles.find(plu);
-        if (found == stored.articles.end()) {
-            return QStringLiteral("PLU %1 (%2) is missing").arg(plu).arg(article.name);
-        }
-        const ModelArticle& s = found->second;
-        if (s.name != article.name || s.price != article.price ||
-            s.mainBarcode != article.mainBarcode || s.handy != article.handy) {
-            return QStringLiteral("PLU %1 is (%2, %3, %4, %5) instead of (%6, %7, %8, %9)")
-                .arg(plu)
-                .arg(s.name)
-                .arg(s.price)
-                .arg(s.mainBarcode)
-                .arg(s.handy)
-                .arg(article.name)
-                .arg(article.price)
-                .arg(article.mainBarcode)
-                .arg(article.handy);
-        }
-        if (s.barcodes != article.barcodes) {
-            return QStringLiteral("PLU %1 has barcodes %2 instead of %3")
-                .arg(plu)
-                .arg(QStringList(s.barcodes.keys()).join(QLatin1Char(' ')),
-                     QStringList(article.barcodes.keys()).join(QLatin1Char(' ')));
-        }
-    }
-    for (const auto& entry : stored.articles) {
-        if (model.articles.find(entry.first) == model.articles.end()) {
-            return QStringLiteral("PLU %1 (%2) should not be there")
-                .arg(entry.first)
-                .arg(entry.second.name);
+    std::map<unsigned int, ModelArticle> all = model.articles;
+    all.insert(stored.articles.cbegin(), stored.articles.cend());
+    for (const auto& entry : all) {
+        const auto want = model.articles.find(entry.first);
+        const auto got = stored.articles.find(entry.first);
+        const QString wanted =
+            want == model.articles.end() ? QStringLiteral("absent") : show(want->second);
+        const QString held =
+            got == stored.articles.end() ? QStringLiteral("absent") : show(got->second);
+        if (wanted != held) {
+            return QStringLiteral("PLU %1 is %2 instead of %3").arg(entry.first).arg(held, wanted);
         }
     }
     return QString();
@@ -445,18 +494,10 @@ QString checkLookups(ArticleManager& manager, const Model& stored, const QString
             return QStringLiteral("the search does not find %1").arg(article.name);
         }
     }
-    sqlite3* raw = nullptr;
-    sqlite3_open_v2(QDir(folder).filePath(QStringLiteral("articles.db")).toUtf8().constData(), &raw,
-                    SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* statement = nullptr;
-    int rows = -1;
-    if (sqlite3_prepare_v2(raw, "SELECT count(*) FROM ArticleBarcode", -1, &statement, nullptr) ==
-            SQLITE_OK &&
-        sqlite3_step(statement) == SQLITE_ROW) {
-        rows = sqlite3_column_int(statement, 0);
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close_v2(raw);
+    const int rows = query(QDir(folder).filePath(QStringLiteral("articles.db")),
+                           "SELECT count(*) FROM ArticleBarcode")
+                         .value(0, QStringLiteral("-1"))
+                         .toInt();
     if (rows != barcodeRows) {
         return QStringLiteral("%1 barcode rows are stored; the articles have %2")
             .arg(rows)
@@ -466,22 +507,7 @@ QString checkLookups(ArticleManager& manager, const Model& stored, const QString
 }
 
 QString integrity(const QString& path) {
-    sqlite3* raw = nullptr;
-    if (sqlite3_open_v2(path.toUtf8().constData(), &raw, SQLITE_OPEN_READWRITE, nullptr) !=
-        SQLITE_OK) {
-        sqlite3_close_v2(raw);
-        return QStringLiteral("the file does not open");
-    }
-    QStringList answers;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(raw, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK) {
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            answers.append(QString::fromUtf8(
-                reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))));
-        }
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close_v2(raw);
+    const QStringList answers = query(path, "PRAGMA integrity_check");
     return answers == QStringList(QStringLiteral("ok"))
                ? QString()
                : QStringLiteral("integrity_check: ") + answers.join(QStringLiteral("; "));
@@ -489,30 +515,16 @@ QString integrity(const QString& path) {
 
 [[noreturn]] void verify(const QString& folder, const Model& base,
                          const std::vector<Change>& changes, int fd) {
-    auto fail = [fd](const QString& why) {
+    const QString path = QDir(folder).filePath(QStringLiteral("articles.db"));
+    Library library;
+    Model stored;
+    QString why = QFileInfo::exists(path) ? integrity(path) : QString();
+    why = why.isEmpty() ? library.Start(folder) : why;
+    why = why.isEmpty() ? readCatalogue(*G::articleManager, stored) : why;
+    why = why.isEmpty() ? checkLookups(*G::articleManager, stored, folder) : why;
+    if (!why.isEmpty()) {
         say(fd, why.toUtf8());
         _exit(1);
-    };
-    const QString path = QDir(folder).filePath(QStringLiteral("articles.db"));
-    if (QFileInfo::exists(path)) {
-        const QString damage = integrity(path);
-        if (!damage.isEmpty()) {
-            fail(damage);
-        }
-    }
-    Library library;
-    const QString error = library.Start(folder);
-    if (!error.isEmpty()) {
-        fail(error);
-    }
-    Model stored;
-    QString why;
-    if (!readCatalogue(*G::articleManager, stored, why)) {
-        fail(why);
-    }
-    const QString lookups = checkLookups(*G::articleManager, stored, folder);
-    if (!lookups.isEmpty()) {
-        fail(lookups);
     }
     std::vector<Model> prefixes{base};
     for (const Change& change : changes) {
@@ -525,43 +537,162 @@ QString integrity(const QString& path) {
             _exit(0);
         }
     }
-    fail(describe(prefixes.back(), stored) +
-         QStringLiteral(" (and it is none of the %1 states before)").arg(changes.size()));
+    say(fd, (describe(prefixes.back(), stored) +
+             QStringLiteral(" (and it is none of the %1 states before)").arg(changes.size()))
+                .toUtf8());
     _exit(1);
 }
 
 }  // namespace
 
 Verdict verifyFolder(const QString& folder, const Model& base, const std::vector<Change>& changes) {
-    int fd = -1;
-    const pid_t child = spawn(fd, [&](int out) { verify(folder, base, changes, out); });
-    const QList<QByteArray> lines = readLines(fd);
-    close(fd);
-    int status = 0;
-    waitpid(child, &status, 0);
+    const Ended ended = runChild([&](int out) { verify(folder, base, changes, out); });
+    const QList<QByteArray>& lines = ended.lines;
     Verdict verdict;
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && lines.size() == 1 &&
+    if (WIFEXITED(ended.status) && WEXITSTATUS(ended.status) == 0 && lines.size() == 1 &&
         lines[0].startsWith("H ")) {
         verdict.held = lines[0].mid(2).toInt();
     } else {
         verdict.why = lines.isEmpty()
-                          ? QStringLiteral("the verifier crashed (status %1)").arg(status)
+                          ? QStringLiteral("the verifier crashed (status %1)").arg(ended.status)
                           : QString::fromUtf8(lines.join(' '));
     }
     return verdict;
 }
 
-// Reads what the child wrote until it closed the pipe.
-QList<QByteArray> readLines(int fd) {
-    QByteArray all;
-    char buffer[4096];
-    ssize_t got;
-    while ((got = read(fd, buffer, sizeof buffer)) > 0) {
-        all.append(buffer, static_cast<int>(got));
+// ---- The programs' frame -----------------------------------------------------------------------
+
+Options parseOptions(const char* usage, const char* runsOption, int runs) {
+    Options options;
+    options.runs = runs;
+    options.seed = static_cast<quint64>(
+        std::chrono::system_clock::now().time_since_epoch().count() % 1000000007);
+    const QStringList arguments = QCoreApplication::arguments();
+    bool valid = true;
+    for (int i = 1; i < arguments.size() && valid; ++i) {
+        const QString& name = arguments[i];
+        const QString value = i + 1 < arguments.size() ? arguments[i + 1] : QString();
+        if (name == QStringLiteral("--self-test")) {
+            options.selfTest = true;
+        } else if (value.isNull()) {
+            valid = false;
+        } else if (name == QLatin1String(runsOption)) {
+            options.runs = value.toInt();
+        } else if (name == QStringLiteral("--seconds")) {
+            options.seconds = value.toInt();
+        } else if (name == QStringLiteral("--seed")) {
+            options.seed = value.toULongLong();
+        } else if (name == QStringLiteral("--dir")) {
+            options.folder = value;
+        } else {
+            valid = false;
+        }
+        i += name == QStringLiteral("--self-test") ? 0 : 1;
+        // Only the options the program lists.
+        valid = valid && QLatin1String(usage).contains(QStringLiteral("[") + name);
     }
-    QList<QByteArray> lines = all.split('\n');
-    if (!lines.isEmpty() && lines.last().isEmpty()) {
-        lines.removeLast();
+    if (!valid || options.runs <= 0 || options.seconds <= 0) {
+        std::fprintf(stderr, "%s\n", usage);
+        std::exit(2);
     }
-    return lines;
+    return options;
+}
+
+QString rootFolder(const Options& options, const char* program) {
+    if (!options.folder.isEmpty()) {
+        QDir().mkpath(options.folder);
+        return options.folder;
+    }
+    QTemporaryDir temporary(QDir::temp().filePath(QLatin1String(program) + "-XXXXXX"));
+    temporary.setAutoRemove(false);  // kept when a check fails
+    return temporary.path();
+}
+
+int runRounds(const char* program, const char* noun, const Options& options, const QString& root,
+              const std::function<Round(int, Model&, std::mt19937_64&)>& round,
+              const std::function<void()>& kept) {
+    std::printf("%s: %sseed %llu, up to %d %s or %d s, in %s\n", program,
+                options.selfTest ? "self-test, " : "",
+                static_cast<unsigned long long>(options.seed), options.runs, noun, options.seconds,
+                qPrintable(root));
+    std::fflush(stdout);
+    std::mt19937_64 random(options.seed);
+    Model model;
+    int rounds = 0;
+    long long verified = 0;
+    long long lost = 0;
+    int losingRounds = 0;
+    int inFlightKept = 0;
+    QString failure;
+    QString firstLoss;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
+    while (rounds < options.runs && std::chrono::steady_clock::now() < deadline) {
+        const Round r = round(++rounds, model, random);
+        failure = r.failure;
+        std::vector<Change> changes;  // the reported ones, then the one in flight
+        int done = 0;
+        for (const QByteArray& line : r.ended.lines) {
+            if (line.startsWith("I ")) {
+                changes.emplace_back();
+                if (!Change::Parse(line.mid(2), changes.back())) {
+                    failure = QStringLiteral("garbled report: ") + QString::fromUtf8(line);
+                }
+            } else if (line == "C") {
+                done = static_cast<int>(changes.size());
+            }
+        }
+        if (!failure.isEmpty()) {
+            break;
+        }
+        const Verdict verdict = verifyFolder(r.folder, model, changes);
+        if (verdict.held < done) {
+            lost += done - std::max(verdict.held, 0);
+            if (++losingRounds == 1) {
+                firstLoss =
+                    QStringLiteral("%1 %2%3, after %4 reported changes: %5")
+                        .arg(QString::fromLatin1(noun).chopped(1))
+                        .arg(rounds)
+                        .arg(r.where)
+                        .arg(done)
+                        .arg(verdict.held < 0
+                                 ? verdict.why
+                                 : QStringLiteral("only the first %1 are there").arg(verdict.held));
+            }
+            if (!options.selfTest) {
+                break;
+            }
+            continue;
+        }
+        for (int i = 0; i < verdict.held; ++i) {
+            apply(model, changes[static_cast<size_t>(i)]);
+        }
+        inFlightKept += verdict.held > done ? 1 : 0;
+        verified += done;
+        if (kept) {
+            kept();
+        }
+    }
+    std::printf(
+        "%s: %d %s, %lld reported changes verified, %d articles at the end; the change in "
+        "flight was kept %d times\n",
+        program, rounds, noun, verified, static_cast<int>(model.articles.size()), inFlightKept);
+    if (!failure.isEmpty()) {
+        std::printf("%s: HARNESS FAILED %s (in %s, seed %llu)\n", program, qPrintable(failure),
+                    qPrintable(root), static_cast<unsigned long long>(options.seed));
+        return 2;
+    }
+    if (lost > 0) {
+        std::printf("%s: LOST %lld reported changes in %d of %d %s; first: %s\n", program, lost,
+                    losingRounds, rounds, noun, qPrintable(firstLoss));
+        if (!options.selfTest || !options.folder.isEmpty()) {
+            std::printf("%s: the files are kept in %s; replay with --seed %llu%s\n", program,
+                        qPrintable(root), static_cast<unsigned long long>(options.seed),
+                        options.selfTest ? " --self-test" : "");
+            return 1;
+        }
+    }
+    if (options.folder.isEmpty()) {
+        QDir(root).removeRecursively();  // nothing to look into (a self-test's loss is expected)
+    }
+    return lost > 0 ? 1 : 0;
 }

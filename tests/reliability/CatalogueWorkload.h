@@ -1,18 +1,22 @@
 #pragma once
 
-// The workload and the verifier that the reliability programs share (crash_safety kills the
-// process, power_loss cuts the power under it): a record of what the catalogue holds, the
-// changes made to it through the library's public API, and a verifier that opens a folder's
-// databases the way the register does and finds how many of a list of changes it holds.
+// What the reliability programs share (crash_safety kills the process, power_loss cuts the power
+// under it, fault_injection fails one I/O): a record of what the catalogue holds, the changes
+// made to it through the library's public API, the worker processes that make them, the loop
+// that runs and reports rounds, and a verifier that opens a folder's databases the way the
+// register does and finds how many of a list of changes it holds.
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QByteArray>
 #include <QList>
 #include <QMap>
 #include <QString>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <random>
@@ -29,6 +33,8 @@ struct ModelArticle {
     QString mainBarcode;  // the Article row's main_barcode
     bool handy = false;
     QMap<QString, bool> barcodes;  // ArticleBarcode rows: text, is_main
+
+    bool operator==(const ModelArticle& other) const;
 };
 
 struct Model {
@@ -119,6 +125,71 @@ pid_t spawn(int& readEnd, Child child) {
     readEnd = fds[0];
     return pid;
 }
+
+struct Ended {
+    QList<QByteArray> lines;
+    int status = 0;
+};
+
+// Runs `child` (see spawn) to its end, letting `meanwhile` act on its pid first.
+template <typename Child>
+Ended runChild(Child child, const std::function<void(pid_t)>& meanwhile = {}) {
+    Ended ended;
+    int fd = -1;
+    const pid_t pid = spawn(fd, child);
+    if (meanwhile) {
+        meanwhile(pid);
+    }
+    ended.lines = readLines(fd);
+    close(fd);
+    waitpid(pid, &ended.status, 0);
+    return ended;
+}
+
+// In a worker: starts the library on `folder` and leaves it open, as a crash would; when it does
+// not start while the power is on (`off` says) says "E <why>" and ends with status 2.
+void startWorker(const QString& folder, int fd, bool (*off)() = nullptr);
+
+// In a worker: makes at most `most` changes chosen from `model`, saying "I <change>" before each
+// and "C" once it succeeded, until `off` says the power is off. A refusal while the power is on
+// is a fault (every change is chosen to succeed): says "E refused with N" and ends with status 2.
+void makeChanges(Model model, quint64 seed, int fd, int most = INT_MAX, bool (*off)() = nullptr);
+
+// ---- The programs' frame -----------------------------------------------------------------------
+
+struct Options {
+    int runs = 0;  // --kills, --cuts or --max
+    int seconds = 600;
+    quint64 seed = 0;  // from the clock unless given
+    QString folder;
+    bool selfTest = false;
+};
+
+// Parses the options `usage` lists ("usage: NAME [--kills N] [--seconds S] [--seed SEED] [--dir
+// FOLDER] [--self-test]"), `runsOption` among them; prints `usage` and exits 2 on others.
+Options parseOptions(const char* usage, const char* runsOption, int runs);
+
+// One round of crash_safety or power_loss: how the worker ended, the folder to verify, and how
+// to name the round in a report; `failure` says how the worker itself went wrong.
+struct Round {
+    Ended ended;
+    QString folder;
+    QString where;
+    QString failure;
+};
+
+// The loop crash_safety and power_loss share: from `root` (options.folder or a new temporary
+// folder, kept when a check fails), runs `round(n, model, random)` up to options.runs times or
+// options.seconds, verifies after each that the folder holds every change the worker reported
+// done, applies what it holds to the model and calls `kept`. Reports, and returns the exit
+// status: 0 nothing lost, 1 reported changes lost or a file damaged (counted on in a self-test),
+// 2 the harness or the worker failed.
+int runRounds(const char* program, const char* noun, const Options& options, const QString& root,
+              const std::function<Round(int, Model&, std::mt19937_64&)>& round,
+              const std::function<void()>& kept);
+
+// options.folder, or a new temporary folder.
+QString rootFolder(const Options& options, const char* program);
 
 // ---- The verifier ------------------------------------------------------------------------------
 

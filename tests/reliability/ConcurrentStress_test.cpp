@@ -11,10 +11,8 @@
 #include <QMap>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <random>
 #include <thread>
 
@@ -432,26 +430,24 @@ TEST_F(ConcurrentStress, EightThreadsKeepTheirOwnArticlesExactWithoutDeadlock) {
     for (int t = 0; t < threadCount; ++t) {
         workers.push_back(std::make_unique<Worker>(t, *manager, progress));
     }
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool done = false;
+    std::atomic<bool> done{false};
     std::thread watchdog([&] {
-        std::unique_lock<std::mutex> lock(mutex);
         long long seen = -1;
+        auto since = std::chrono::steady_clock::now();
         while (!done) {
-            if (!finished.wait_for(lock, stallLimit, [&] { return done; }) &&
-                progress.load() == seen) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (progress.load() != seen) {
+                seen = progress.load();
+                since = std::chrono::steady_clock::now();
+            } else if (std::chrono::steady_clock::now() - since > stallLimit) {
                 std::fprintf(stderr, "deadlock: no thread made progress for %lld s\n",
                              static_cast<long long>(stallLimit.count()));
                 for (const auto& worker : workers) {
                     std::fprintf(stderr, "  thread %d: %s, %lld operations\n", worker->number,
-                                 worker->current.load(),
-                                 static_cast<long long>(worker->operations));
+                                 worker->current.load(), worker->operations);
                 }
-                std::fflush(stderr);
                 std::abort();
             }
-            seen = progress.load();
         }
     });
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
@@ -462,11 +458,7 @@ TEST_F(ConcurrentStress, EightThreadsKeepTheirOwnArticlesExactWithoutDeadlock) {
     for (auto& thread : threads) {
         thread.join();
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        done = true;
-    }
-    finished.notify_all();
+    done = true;
     watchdog.join();
 
     long long operations = 0;

@@ -157,10 +157,22 @@ typedef struct PcFile {
     sqlite3_file* real;
 } PcFile;
 
-static int pcClose(sqlite3_file* file) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xClose(p->real);
-}
+/* The calls a cut or a fault does not concern go straight to the real file. */
+#define REAL(file) (((PcFile*)(file))->real)
+#define PASS(name, params, args)                   \
+    static int pc##name params {                   \
+        return REAL(file)->pMethods->x##name args; \
+    }
+PASS(Close, (sqlite3_file * file), (REAL(file)))
+PASS(FileSize, (sqlite3_file * file, sqlite3_int64* size), (REAL(file), size))
+PASS(Unlock, (sqlite3_file * file, int level), (REAL(file), level))
+PASS(CheckReservedLock, (sqlite3_file * file, int* result), (REAL(file), result))
+PASS(FileControl, (sqlite3_file * file, int op, void* arg), (REAL(file), op, arg))
+PASS(SectorSize, (sqlite3_file * file), (REAL(file)))
+PASS(DeviceCharacteristics, (sqlite3_file * file), (REAL(file)))
+PASS(ShmMap, (sqlite3_file * file, int region, int size, int extend, void volatile** map),
+     (REAL(file), region, size, extend, map))
+PASS(ShmUnmap, (sqlite3_file * file, int deleteFlag), (REAL(file), deleteFlag))
 
 static int pcRead(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
     PcFile* p = (PcFile*)file;
@@ -231,47 +243,12 @@ static int pcSync(sqlite3_file* file, int flags) {
     return SQLITE_OK;
 }
 
-static int pcFileSize(sqlite3_file* file, sqlite3_int64* size) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xFileSize(p->real, size);
-}
-
 static int pcLock(sqlite3_file* file, int level) {
     PcFile* p = (PcFile*)file;
     if (faulty(IO_LOCK)) {
         return faultKind == IO_FAULT_BUSY ? SQLITE_BUSY : SQLITE_IOERR_LOCK;
     }
     return p->real->pMethods->xLock(p->real, level);
-}
-
-static int pcUnlock(sqlite3_file* file, int level) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xUnlock(p->real, level);
-}
-
-static int pcCheckReservedLock(sqlite3_file* file, int* result) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xCheckReservedLock(p->real, result);
-}
-
-static int pcFileControl(sqlite3_file* file, int op, void* arg) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xFileControl(p->real, op, arg);
-}
-
-static int pcSectorSize(sqlite3_file* file) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xSectorSize(p->real);
-}
-
-static int pcDeviceCharacteristics(sqlite3_file* file) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xDeviceCharacteristics(p->real);
-}
-
-static int pcShmMap(sqlite3_file* file, int region, int size, int extend, void volatile** map) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xShmMap(p->real, region, size, extend, map);
 }
 
 static int pcShmLock(sqlite3_file* file, int offset, int n, int flags) {
@@ -289,28 +266,8 @@ static void pcShmBarrier(sqlite3_file* file) {
     p->real->pMethods->xShmBarrier(p->real);
 }
 
-static int pcShmUnmap(sqlite3_file* file, int deleteFlag) {
-    PcFile* p = (PcFile*)file;
-    return p->real->pMethods->xShmUnmap(p->real, deleteFlag);
-}
-
-/* Memory-mapped I/O is off in the library (mmap_size 0); refusing it keeps every write seen. */
-static int pcFetch(sqlite3_file* file, sqlite3_int64 offset, int size, void** out) {
-    (void)file;
-    (void)offset;
-    (void)size;
-    *out = NULL;
-    return SQLITE_OK;
-}
-
-static int pcUnfetch(sqlite3_file* file, sqlite3_int64 offset, void* page) {
-    (void)file;
-    (void)offset;
-    (void)page;
-    return SQLITE_OK;
-}
-
-static const sqlite3_io_methods methods = {3,
+/* Version 2: no memory-mapped I/O (the library has it off too), so every write is seen. */
+static const sqlite3_io_methods methods = {2,
                                            pcClose,
                                            pcRead,
                                            pcWrite,
@@ -327,8 +284,8 @@ static const sqlite3_io_methods methods = {3,
                                            pcShmLock,
                                            pcShmBarrier,
                                            pcShmUnmap,
-                                           pcFetch,
-                                           pcUnfetch};
+                                           NULL,
+                                           NULL};
 
 /* ---- The VFS methods ------------------------------------------------------------------------- */
 
@@ -369,84 +326,18 @@ static int pcDelete(sqlite3_vfs* self, const char* name, int syncDir) {
     return rc;
 }
 
-static int pcAccess(sqlite3_vfs* self, const char* name, int flags, int* result) {
-    (void)self;
-    return real->xAccess(real, name, flags, result);
-}
-
-static int pcFullPathname(sqlite3_vfs* self, const char* name, int size, char* out) {
-    (void)self;
-    return real->xFullPathname(real, name, size, out);
-}
-
-static void* pcDlOpen(sqlite3_vfs* self, const char* name) {
-    (void)self;
-    return real->xDlOpen(real, name);
-}
-
-static void pcDlError(sqlite3_vfs* self, int size, char* out) {
-    (void)self;
-    real->xDlError(real, size, out);
-}
-
-static void (*pcDlSym(sqlite3_vfs* self, void* handle, const char* symbol))(void) {
-    (void)self;
-    return real->xDlSym(real, handle, symbol);
-}
-
-static void pcDlClose(sqlite3_vfs* self, void* handle) {
-    (void)self;
-    real->xDlClose(real, handle);
-}
-
-static int pcRandomness(sqlite3_vfs* self, int size, char* out) {
-    (void)self;
-    return real->xRandomness(real, size, out);
-}
-
-static int pcSleep(sqlite3_vfs* self, int microseconds) {
-    (void)self;
-    return real->xSleep(real, microseconds);
-}
-
-static int pcCurrentTime(sqlite3_vfs* self, double* now) {
-    (void)self;
-    return real->xCurrentTime(real, now);
-}
-
-static int pcGetLastError(sqlite3_vfs* self, int size, char* out) {
-    (void)self;
-    return real->xGetLastError(real, size, out);
-}
-
-static int pcCurrentTimeInt64(sqlite3_vfs* self, sqlite3_int64* now) {
-    (void)self;
-    return real->xCurrentTimeInt64(real, now);
-}
-
 int power_cut_vfs_register(void) {
     real = sqlite3_vfs_find(NULL);
     if (!real) {
         return SQLITE_ERROR;
     }
-    memset(&vfs, 0, sizeof vfs);
-    vfs.iVersion = 2;
+    /* The default VFS's own methods serve the rest: they do not look at the VFS they are given. */
+    vfs = *real;
+    vfs.pNext = NULL;
     vfs.szOsFile = (int)sizeof(PcFile) + real->szOsFile;
-    vfs.mxPathname = real->mxPathname;
     vfs.zName = "power-cut";
     vfs.xOpen = pcOpen;
     vfs.xDelete = pcDelete;
-    vfs.xAccess = pcAccess;
-    vfs.xFullPathname = pcFullPathname;
-    vfs.xDlOpen = pcDlOpen;
-    vfs.xDlError = pcDlError;
-    vfs.xDlSym = pcDlSym;
-    vfs.xDlClose = pcDlClose;
-    vfs.xRandomness = pcRandomness;
-    vfs.xSleep = pcSleep;
-    vfs.xCurrentTime = pcCurrentTime;
-    vfs.xGetLastError = pcGetLastError;
-    vfs.xCurrentTimeInt64 = pcCurrentTimeInt64;
     return sqlite3_vfs_register(&vfs, 1);
 }
 

@@ -43,27 +43,15 @@ QString ean13(unsigned int serial) {
     return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
 }
 
-Change change(Kind kind, unsigned int plu, const QString& text = QString(),
-              const QString& text2 = QString(), qint64 price = 0, bool flag = false) {
-    Change c;
-    c.kind = kind;
-    c.plu = plu;
-    c.text = text;
-    c.text2 = text2;
-    c.price = price;
-    c.flag = flag;
-    return c;
-}
-
 // The catalogue every case starts from.
 std::vector<Change> baseChanges() {
-    return {change(AddArticle, 1, QStringLiteral("Chleb razowy"), ean13(1), 350),
-            change(AddArticle, 2, QStringLiteral("Mleko"), ean13(2), 289),
-            change(AddArticle, 3, QStringLiteral("Jabłka luz"), QString(), 499),
-            change(AddArticle, 4, QStringLiteral("Torba"), QString(), 100),
-            change(AddBarcode, 1, ean13(3), QString(), 0, true),
-            change(AddBarcode, 1, ean13(4), QString(), 0, false),
-            change(AddBarcode, 2, ean13(5), QString(), 0, true)};
+    return {Change{AddArticle, 1, QStringLiteral("Chleb razowy"), ean13(1), 350},
+            Change{AddArticle, 2, QStringLiteral("Mleko"), ean13(2), 289},
+            Change{AddArticle, 3, QStringLiteral("Jabłka luz"), {}, 499},
+            Change{AddArticle, 4, QStringLiteral("Torba"), {}, 100},
+            Change{AddBarcode, 1, ean13(3), {}, 0, true},
+            Change{AddBarcode, 1, ean13(4), {}, 0, false},
+            Change{AddBarcode, 2, ean13(5), {}, 0, true}};
 }
 
 struct Operation {
@@ -75,17 +63,16 @@ struct Operation {
 std::vector<Operation> operations() {
     return {
         {"ArticleEditor::AddRecord",
-         change(AddArticle, 10, QStringLiteral("Ser żółty"), ean13(6), 1299)},
+         Change{AddArticle, 10, QStringLiteral("Ser żółty"), ean13(6), 1299}},
         {"ArticleEditor::EditRecord",
-         change(EditArticle, 2, QStringLiteral("Mleko 2%"), QString(), 420, true)},
-        {"ArticleEditor::UpdateArticlePrice", change(SetPrice, 3, QString(), QString(), 999)},
-        {"ArticleBarcodeManager::AddRecord", change(AddBarcode, 2, ean13(7), QString(), 0, false)},
-        {"ArticleBarcodeManager::DeleteBarcodes", change(DeleteBarcodes, 1)},
-        {"ArticleEditor::DeleteRecord", change(DeleteArticle, 4)},
-        {"ArticleEditor::ChangeAllArticlesPrices",
-         change(ConvertPrices, 0, QString(), QString(), 0, true)},
+         Change{EditArticle, 2, QStringLiteral("Mleko 2%"), {}, 420, true}},
+        {"ArticleEditor::UpdateArticlePrice", Change{SetPrice, 3, {}, {}, 999}},
+        {"ArticleBarcodeManager::AddRecord", Change{AddBarcode, 2, ean13(7), {}, 0, false}},
+        {"ArticleBarcodeManager::DeleteBarcodes", Change{DeleteBarcodes, 1, {}, {}}},
+        {"ArticleEditor::DeleteRecord", Change{DeleteArticle, 4, {}, {}}},
+        {"ArticleEditor::ChangeAllArticlesPrices", Change{ConvertPrices, 0, {}, {}, 0, true}},
         {"BeginTransaction + 3 AddRecord + CommitTransaction",
-         change(AddArticles, 20, QStringLiteral("Zestaw"), QString(), 100)},
+         Change{AddArticles, 20, QStringLiteral("Zestaw"), {}, 100}},
     };
 }
 
@@ -116,12 +103,7 @@ int attempt(const Change& c) {
 // the kind failing (0: none), reports, waits for `go`, then retries a failed change.
 [[noreturn]] void runCase(const QString& folder, const Change& c, const FaultKind& kind,
                           unsigned long long n, int go, int out) {
-    Library library;
-    const QString error = library.Start(folder);
-    if (!error.isEmpty()) {
-        say(out, "E " + error.toUtf8());
-        _exit(2);
-    }
+    startWorker(folder, out);
     unsigned long long before[4];
     for (int i = 0; i < 4; ++i) {
         before[i] = power_cut_vfs_count(static_cast<IoClass>(i));
@@ -259,17 +241,8 @@ Outcome runOne(const QString& base, const QString& folder, const Model& model, c
 // Up to `most` of 1..count, evenly spread, the first and the last always among them.
 std::set<unsigned long long> sample(unsigned long long count, unsigned long long most) {
     std::set<unsigned long long> picked;
-    if (count == 0) {
-        return picked;
-    }
-    if (count <= most) {
-        for (unsigned long long n = 1; n <= count; ++n) {
-            picked.insert(n);
-        }
-        return picked;
-    }
-    for (unsigned long long i = 0; i < most; ++i) {
-        picked.insert(1 + i * (count - 1) / (most - 1));
+    for (unsigned long long i = 0; i < std::min(count, most); ++i) {
+        picked.insert(count <= most ? i + 1 : 1 + i * (count - 1) / (most - 1));
     }
     return picked;
 }
@@ -278,27 +251,16 @@ std::set<unsigned long long> sample(unsigned long long count, unsigned long long
 QString buildBase(const QString& folder, Model& model) {
     QDir().mkpath(folder);
     const std::vector<Change> changes = baseChanges();
-    int fd = -1;
-    const pid_t child = spawn(fd, [&](int out) {
-        Library library;
-        const QString error = library.Start(folder);
-        if (!error.isEmpty()) {
-            say(out, "E " + error.toUtf8());
-            _exit(2);
-        }
+    const Ended ended = runChild([&](int out) {
+        startWorker(folder, out);
         for (const Change& c : changes) {
             say(out, perform(*G::articleManager, c) == 0 ? "C" : "E a change was refused");
         }
         _exit(0);
     });
-    const QList<QByteArray> lines = readLines(fd);
-    close(fd);
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (lines.size() != static_cast<int>(changes.size()) ||
-        lines.contains("E a change was refused")) {
+    if (ended.lines.count("C") != static_cast<int>(changes.size())) {
         return QStringLiteral("the catalogue cannot be built: ") +
-               QString::fromUtf8(lines.join(' '));
+               QString::fromUtf8(ended.lines.join(' '));
     }
     for (const Change& c : changes) {
         apply(model, c);
@@ -310,19 +272,9 @@ QString buildBase(const QString& folder, Model& model) {
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    unsigned long long most = 8;
-    bool selfTest = false;
-    const QStringList arguments = QCoreApplication::arguments();
-    for (int i = 1; i < arguments.size(); ++i) {
-        if (arguments[i] == QStringLiteral("--self-test")) {
-            selfTest = true;
-        } else if (arguments[i] == QStringLiteral("--max") && i + 1 < arguments.size()) {
-            most = arguments[++i].toULongLong();
-        } else {
-            std::fprintf(stderr, "usage: fault_injection [--max N] [--self-test]\n");
-            return 2;
-        }
-    }
+    const Options options =
+        parseOptions("usage: fault_injection [--max N] [--self-test]", "--max", 8);
+    const auto most = static_cast<unsigned long long>(options.runs);
     if (most < 2 || power_cut_vfs_register() != 0) {
         std::fprintf(stderr, "fault_injection: --max below 2, or the VFS does not register\n");
         return 2;
@@ -337,10 +289,9 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    std::vector<FaultKind> kinds(std::begin(faultKinds), std::end(faultKinds));
-    if (selfTest) {
-        kinds = {lie};
-    }
+    const std::vector<FaultKind> kinds =
+        options.selfTest ? std::vector<FaultKind>{lie}
+                         : std::vector<FaultKind>(std::begin(faultKinds), std::end(faultKinds));
     int cases = 0;
     int failures = 0;
     for (const Operation& operation : operations()) {

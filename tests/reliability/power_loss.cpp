@@ -18,22 +18,11 @@
 // many. Exit status: 0 nothing lost, 1 acknowledged changes lost or a file damaged, 2 the
 // harness itself failed.
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <QCoreApplication>
 #include <QDir>
-#include <QTemporaryDir>
-#include <chrono>
-#include <cstdio>
-#include <random>
 
-#include "ArticleManager.h"
 #include "CatalogueWorkload.h"
-#include "Globals.h"
 #include "PowerCutVfs.h"
-
-namespace {
 
 // I/Os a worker makes before its cut at most, and changes it makes at most (then the power goes
 // off after the last one).
@@ -45,8 +34,12 @@ constexpr int freshEvery = 25;
 const char* const kindNames[] = {"all unsynced writes lost", "some unsynced writes lost",
                                  "unsynced writes torn"};
 
-[[noreturn]] void work(const QString& folder, const QString& images, Model model, quint64 seed,
-                       PowerCutKind kind, bool selfTest, int fd) {
+bool off() {
+    return power_cut_vfs_is_off() != 0;
+}
+
+[[noreturn]] void work(const QString& folder, const QString& images, const Model& model,
+                       quint64 seed, PowerCutKind kind, bool selfTest, int fd) {
     std::mt19937_64 random(seed);
     if (power_cut_vfs_register() != 0) {
         say(fd, "E the VFS does not register");
@@ -55,31 +48,13 @@ const char* const kindNames[] = {"all unsynced writes lost", "some unsynced writ
     if (!selfTest) {
         power_cut_vfs_arm(1 + random() % cutWindow);
     }
-    Library library;
-    const QString error = library.Start(folder);
-    if (!error.isEmpty() && !power_cut_vfs_is_off()) {
-        say(fd, "E " + error.toUtf8());
-        _exit(2);
-    }
+    startWorker(folder, fd, off);
     if (selfTest) {
         // The files exist durably; from here on a flush keeps nothing.
         power_cut_vfs_drop_syncs(1);
         power_cut_vfs_arm(power_cut_vfs_ios() + 1 + random() % cutWindow);
     }
-    for (int i = 0; i < maxChanges && !power_cut_vfs_is_off(); ++i) {
-        const Change change = choose(model, random);
-        say(fd, "I " + change.Serialize());
-        const int result = perform(*G::articleManager, change);
-        if (result != 0) {
-            if (power_cut_vfs_is_off()) {
-                break;
-            }
-            say(fd, "E refused with " + QByteArray::number(result));
-            _exit(2);  // every change is chosen to succeed: a refusal is a fault
-        }
-        say(fd, "C");
-        apply(model, change);
-    }
+    makeChanges(model, random(), fd, maxChanges, off);
     power_cut_vfs_cut();
     if (power_cut_vfs_write_images(images.toUtf8().constData(), kind, random()) != 0) {
         say(fd, "E the images cannot be written");
@@ -89,174 +64,41 @@ const char* const kindNames[] = {"all unsynced writes lost", "some unsynced writ
     _exit(0);  // nothing may close the library: the power is off
 }
 
-struct Options {
-    int cuts = 300;
-    int seconds = 600;
-    quint64 seed = 0;
-    QString folder;
-    bool selfTest = false;
-};
-
-bool parse(const QStringList& arguments, Options& options) {
-    options.seed = static_cast<quint64>(
-        std::chrono::system_clock::now().time_since_epoch().count() % 1000000007);
-    for (int i = 1; i < arguments.size(); ++i) {
-        const QString& name = arguments[i];
-        if (name == QStringLiteral("--self-test")) {
-            options.selfTest = true;
-            continue;
-        }
-        if (i + 1 >= arguments.size()) {
-            return false;
-        }
-        const QString value = arguments[++i];
-        if (name == QStringLiteral("--cuts")) {
-            options.cuts = value.toInt();
-        } else if (name == QStringLiteral("--seconds")) {
-            options.seconds = value.toInt();
-        } else if (name == QStringLiteral("--seed")) {
-            options.seed = value.toULongLong();
-        } else if (name == QStringLiteral("--dir")) {
-            options.folder = value;
-        } else {
-            return false;
-        }
-    }
-    return options.cuts > 0 && options.seconds > 0;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    Options options;
-    if (!parse(QCoreApplication::arguments(), options)) {
-        std::fprintf(stderr,
-                     "usage: power_loss [--cuts N] [--seconds S] [--seed SEED] [--dir FOLDER] "
-                     "[--self-test]\n");
-        return 2;
-    }
-    QString root = options.folder;
-    if (root.isEmpty()) {
-        QTemporaryDir temporary(QDir::temp().filePath(QStringLiteral("power_loss-XXXXXX")));
-        temporary.setAutoRemove(false);  // kept when a check fails
-        root = temporary.path();
-    }
+    const Options options = parseOptions(
+        "usage: power_loss [--cuts N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]",
+        "--cuts", 300);
+    const QString root = rootFolder(options, "power_loss");
     const QString folder = QDir(root).filePath(QStringLiteral("catalogue"));
     const QString images = QDir(root).filePath(QStringLiteral("after-cut"));
-    std::printf("power_loss: %sseed %llu, up to %d cuts or %d s, in %s\n",
-                options.selfTest ? "self-test with syncs dropped, " : "",
-                static_cast<unsigned long long>(options.seed), options.cuts, options.seconds,
-                qPrintable(root));
-    std::fflush(stdout);
-
-    std::mt19937_64 random(options.seed);
-    Model model;
-    int cuts = 0;
-    int perKind[3] = {0, 0, 0};
-    long long verified = 0;
-    long long lost = 0;
-    int losingCuts = 0;
-    int inFlightKept = 0;
-    QString failure;
-    QString firstLoss;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
-    while (cuts < options.cuts && std::chrono::steady_clock::now() < deadline) {
-        const auto kind = static_cast<PowerCutKind>(cuts % 3);
-        if (options.selfTest || cuts % freshEvery == 0) {
+    auto round = [&](int cut, Model& model, std::mt19937_64& random) {
+        const auto kind = static_cast<PowerCutKind>((cut - 1) % 3);
+        if (options.selfTest || (cut - 1) % freshEvery == 0) {
             QDir(folder).removeRecursively();
             model = Model();
         }
         QDir().mkpath(folder);
         QDir(images).removeRecursively();
         QDir().mkpath(images);
-        const quint64 workerSeed = random();
-        int fd = -1;
-        const pid_t worker = spawn(fd, [&](int out) {
-            work(folder, images, model, workerSeed, kind, options.selfTest, out);
-        });
-        const QList<QByteArray> lines = readLines(fd);
-        close(fd);
-        int status = 0;
-        waitpid(worker, &status, 0);
-        ++cuts;
-        ++perKind[kind];
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || lines.isEmpty() ||
-            !lines.last().startsWith("X ")) {
-            failure = QStringLiteral("the worker failed (status %1): %2")
-                          .arg(status)
-                          .arg(QString::fromUtf8(lines.isEmpty() ? QByteArray() : lines.last()));
-            break;
+        const quint64 seed = random();
+        Round r;
+        r.folder = images;
+        r.ended = runChild(
+            [&](int out) { work(folder, images, model, seed, kind, options.selfTest, out); });
+        const QByteArray last = r.ended.lines.value(r.ended.lines.size() - 1);
+        if (!WIFEXITED(r.ended.status) || WEXITSTATUS(r.ended.status) != 0 ||
+            !last.startsWith("X ")) {
+            r.failure = QStringLiteral("the worker failed (status %1): %2")
+                            .arg(r.ended.status)
+                            .arg(QString::fromUtf8(last));
         }
-        std::vector<Change> changes;  // the acknowledged ones, then the one in flight
-        int acknowledged = 0;
-        for (const QByteArray& line : lines) {
-            if (line.startsWith("I ")) {
-                changes.emplace_back();
-                if (!Change::Parse(line.mid(2), changes.back())) {
-                    failure = QStringLiteral("garbled report: ") + QString::fromUtf8(line);
-                }
-            } else if (line == "C") {
-                acknowledged = static_cast<int>(changes.size());
-            }
-        }
-        if (!failure.isEmpty()) {
-            break;
-        }
-        const Verdict verdict = verifyFolder(images, model, changes);
-        const QString where =
-            QStringLiteral("cut %1 (%2, at I/O %3, after %4 acknowledged changes)")
-                .arg(cuts)
-                .arg(QLatin1String(kindNames[kind]))
-                .arg(QString::fromUtf8(lines.last().mid(2)))
-                .arg(acknowledged);
-        if (verdict.held < acknowledged) {
-            const int missing = acknowledged - (verdict.held < 0 ? 0 : verdict.held);
-            lost += missing;
-            ++losingCuts;
-            if (firstLoss.isEmpty()) {
-                firstLoss = where + QStringLiteral(": ") +
-                            (verdict.held < 0
-                                 ? verdict.why
-                                 : QStringLiteral("only the first %1 are there").arg(verdict.held));
-            }
-            if (!options.selfTest) {
-                break;
-            }
-            continue;
-        }
-        for (int i = 0; i < verdict.held; ++i) {
-            apply(model, changes[static_cast<size_t>(i)]);
-        }
-        inFlightKept += verdict.held > acknowledged ? 1 : 0;
-        verified += acknowledged;
+        r.where = QStringLiteral(" (%1, at I/O %2)")
+                      .arg(QLatin1String(kindNames[kind]), QString::fromUtf8(last.mid(2)));
+        return r;
+    };
+    return runRounds("power_loss", "cuts", options, root, round, [&] {
         QDir(folder).removeRecursively();
         QDir().rename(images, folder);
-    }
-    std::printf(
-        "power_loss: %d cuts (%d all unsynced writes lost, %d some lost, %d torn), %lld "
-        "acknowledged changes verified, %d articles at the end; the change in flight was kept "
-        "%d times\n",
-        cuts, perKind[0], perKind[1], perKind[2], verified, static_cast<int>(model.articles.size()),
-        inFlightKept);
-    if (!failure.isEmpty()) {
-        std::printf("power_loss: HARNESS FAILED %s\n", qPrintable(failure));
-        return 2;
-    }
-    if (lost > 0) {
-        std::printf("power_loss: LOST %lld acknowledged changes in %d of %d cuts; first: %s\n",
-                    lost, losingCuts, cuts, qPrintable(firstLoss));
-        if (options.selfTest && options.folder.isEmpty()) {
-            QDir(root).removeRecursively();  // the expected outcome: nothing to look into
-        } else {
-            std::printf("power_loss: the files are kept in %s; replay with --seed %llu%s\n",
-                        qPrintable(root), static_cast<unsigned long long>(options.seed),
-                        options.selfTest ? " --self-test" : "");
-        }
-        return 1;
-    }
-    if (options.folder.isEmpty()) {
-        QDir(root).removeRecursively();
-    }
-    return 0;
+    });
 }
