@@ -13,6 +13,7 @@
 #include <QList>
 #include <QMap>
 #include <QString>
+#include <array>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +40,9 @@ struct ModelArticle {
 
 struct Model {
     std::map<unsigned int, ModelArticle> articles;
+    std::map<unsigned int, QString> depts;     // the departments that have a name
+    std::map<unsigned int, QString> prefixes;  // prefix entries 10 to 12: "TEXT/KIND"
+    std::array<quint16, 7> rates{2300, 800, 500, 0, 65535, 65535, 61440};  // a new catalogue's
     unsigned int nextPlu = 1;
     unsigned int serial = 0;  // makes every name and barcode unique
     bool doubleNext = true;   // price conversions alternate between doubling and halving
@@ -59,9 +63,14 @@ enum Kind {
     ConvertPrices,      // ArticleEditor::ChangeAllArticlesPrices
     AddArticles,        // batchSize AddRecord calls in one DBManager::BeginTransaction block
     SearchName,         // ArticleSeeker::FindNameInfix, which folds the index's pending notes
+    SetDept,            // DeptDBManager::AddOrUpdateRecord: department `plu` named `text`
+    SetTaxRates,        // TaxRatesManager::UpdateRecord: rate 1 becomes `price`, the rest default
+    SetPrefix,     // BarcodePrefixDBManager::AddPrefix: entry `plu`, prefix `text`, kind `flag`
+    ImportPrices,  // `articlectl import` of importRows rows "PLU;Nazwa;Cena" from PLU `plu`
 };
 
 constexpr unsigned int batchSize = 3;
+constexpr unsigned int importRows = 25;
 
 struct Change {
     Kind kind = AddArticle;
@@ -92,8 +101,21 @@ struct Library {
     QString Start(const QString& folder);
 };
 
-// Makes `change` through the library; 0 when it succeeded.
+// Makes `change` through the library; 0 when it succeeded. An import runs articlectl on the
+// library's article database.
 int perform(ArticleManager& manager, const Change& change);
+
+// ---- articlectl --------------------------------------------------------------------------------
+
+// Runs `articlectl --db DATABASE import` of the price list of `change` (an ImportPrices), with
+// `environment` added (PowerCutPreload.c's variables: the tool on the power-cut VFS); its exit
+// status (-1 when it did not run), and in `report` the VFS's report ("IOS HIT WRITES SYNCS READS
+// LOCKS") when it was preloaded.
+int runImport(const QString& database, const Change& change, const QStringList& environment,
+              QByteArray* report = nullptr);
+
+// The environment that puts articlectl on the power-cut VFS, before `variables`.
+QStringList onPowerCutVfs(const QStringList& variables);
 
 // ---- Processes ---------------------------------------------------------------------------------
 
@@ -170,11 +192,13 @@ struct Options {
 Options parseOptions(const char* usage, const char* runsOption, int runs);
 
 // One round of crash_safety or power_loss: how the worker ended, the folder to verify, and how
-// to name the round in a report; `failure` says how the worker itself went wrong.
+// to name the round in a report; `failure` says how the worker itself went wrong. Rounds of one
+// `label` are counted together.
 struct Round {
     Ended ended;
     QString folder;
     QString where;
+    QString label;
     QString failure;
 };
 

@@ -1,6 +1,9 @@
 // fault_injection: fails single I/Os under the library's write operations and checks each time
 // that the failure is reported and harms nothing.
 //
+// The operations are the library's public writes and an `articlectl import`, the tool run on
+// the same VFS through LD_PRELOAD (PowerCutPreload.c).
+//
 // For each operation it first counts the writes, syncs, reads and locks the operation makes on a
 // copy of a small catalogue; then, for each of them (or an even sample when there are many), it
 // runs the operation again on a fresh copy with that one I/O failing once (PowerCutVfs, see
@@ -73,6 +76,12 @@ std::vector<Operation> operations() {
         {"ArticleEditor::ChangeAllArticlesPrices", Change{ConvertPrices, 0, {}, {}, 0, true}},
         {"BeginTransaction + 3 AddRecord + CommitTransaction",
          Change{AddArticles, 20, QStringLiteral("Zestaw"), {}, 100}},
+        {"DeptDBManager::AddOrUpdateRecord", Change{SetDept, 2, QStringLiteral("Pieczywo"), {}}},
+        {"TaxRatesManager::UpdateRecord", Change{SetTaxRates, 0, {}, {}, 2200}},
+        {"BarcodePrefixDBManager::AddPrefix",
+         Change{SetPrefix, 10, QStringLiteral("28"), {}, 0, true}},
+        {"articlectl import (25 rows)",
+         Change{ImportPrices, 3, QStringLiteral("Cennik"), {}, 1500}},
     };
 }
 
@@ -100,28 +109,56 @@ int attempt(const Change& c) {
 }
 
 // The case's process: starts the library on `folder`, makes the change with the `n`-th I/O of
-// the kind failing (0: none), reports, waits for `go`, then retries a failed change.
+// the kind failing (0: none), reports, waits for `go`, then retries a failed change. An import
+// runs articlectl on the VFS instead, with the fault armed in it, and retries without.
 [[noreturn]] void runCase(const QString& folder, const Change& c, const FaultKind& kind,
                           unsigned long long n, int go, int out) {
-    startWorker(folder, out);
-    unsigned long long before[4];
-    for (int i = 0; i < 4; ++i) {
-        before[i] = power_cut_vfs_count(static_cast<IoClass>(i));
-    }
-    power_cut_vfs_fault(kind.ioClass, n, kind.fault);
-    const int first = attempt(c);
-    const int hit = power_cut_vfs_fault_hit();
-    power_cut_vfs_fault(kind.ioClass, 0, kind.fault);
-    QByteArray line = "R " + QByteArray::number(first) + ' ' + QByteArray::number(hit);
-    for (int i = 0; i < 4; ++i) {
-        line += ' ' + QByteArray::number(power_cut_vfs_count(static_cast<IoClass>(i)) - before[i]);
+    QByteArray line = "R ";
+    int first = 0;
+    if (c.kind == ImportPrices) {
+        const QString database = QDir(folder).filePath(QStringLiteral("articles.db"));
+        QByteArray report;
+        first = runImport(database, c,
+                          onPowerCutVfs({QStringLiteral("POWER_CUT_FAULT=%1 %2 %3")
+                                             .arg(kind.ioClass)
+                                             .arg(n)
+                                             .arg(kind.fault)}),
+                          &report);
+        const QList<QByteArray> counts = report.split(' ');  // IOS HIT WRITES SYNCS READS LOCKS
+        line += QByteArray::number(first) + ' ' +
+                (counts.size() == 6 ? counts.mid(1) : counts).join(' ');
+    } else {
+        startWorker(folder, out);
+        unsigned long long before[4];
+        for (int i = 0; i < 4; ++i) {
+            before[i] = power_cut_vfs_count(static_cast<IoClass>(i));
+        }
+        power_cut_vfs_fault(kind.ioClass, n, kind.fault);
+        first = attempt(c);
+        const int hit = power_cut_vfs_fault_hit();
+        power_cut_vfs_fault(kind.ioClass, 0, kind.fault);
+        line += QByteArray::number(first) + ' ' + QByteArray::number(hit);
+        for (int i = 0; i < 4; ++i) {
+            line +=
+                ' ' + QByteArray::number(power_cut_vfs_count(static_cast<IoClass>(i)) - before[i]);
+        }
     }
     say(out, line);
     char byte = 0;
     if (read(go, &byte, 1) != 1) {
         _exit(2);
     }
-    say(out, "S " + QByteArray::number(first == 0 ? 0 : attempt(c)));
+    if (first != 0 && c.kind == SetDept) {
+        // A failed reload leaves the department manager locked, by design, until the register
+        // starts again: a new process retries.
+        say(out, "S restart");
+        _exit(0);
+    }
+    const int again = first == 0 ? 0
+                      : c.kind == ImportPrices
+                          ? runImport(QDir(folder).filePath(QStringLiteral("articles.db")), c, {})
+                          : attempt(c);
+    say(out, "S " + QByteArray::number(again));
     _exit(0);  // as a crash would: what is committed must be on disk already
 }
 
@@ -189,6 +226,9 @@ Outcome runOne(const QString& base, const QString& folder, const Model& model, c
         const Verdict during = verifyFolder(folder, model, once);
         if (outcome.result == -2) {
             outcome.failure = QStringLiteral("the operation threw");
+        } else if (c.kind == ImportPrices && outcome.result != 0 && outcome.result != 4) {
+            // The disk failed: a database failure, never the rows' fault, never a crash.
+            outcome.failure = QStringLiteral("articlectl ended with %1").arg(outcome.result);
         } else if (during.held < 0) {
             outcome.failure = QStringLiteral("after the fault: ") + during.why;
         } else if (outcome.result == 0 && during.held != 1) {
@@ -217,10 +257,18 @@ Outcome runOne(const QString& base, const QString& folder, const Model& model, c
         outcome.failure = QStringLiteral("harness: the case process is gone");
     }
     close(goPipe[1]);
-    const QByteArray retried = readLine(fd);
+    QByteArray retried = readLine(fd);
     close(fd);
     int status = 0;
     waitpid(child, &status, 0);
+    if (retried == "S restart") {
+        const Ended restarted = runChild([&](int out) {
+            startWorker(folder, out);
+            say(out, "S " + QByteArray::number(attempt(c)));
+            _exit(0);
+        });
+        retried = restarted.lines.value(restarted.lines.size() - 1);
+    }
     if (!outcome.failure.isEmpty()) {
         return outcome;
     }

@@ -10,7 +10,9 @@
 // subset of them lost, or them torn at sector boundaries, in turn. A verifier process opens
 // that folder as the register does and finds how many of the changes it holds; every
 // acknowledged one must be there. The next cut starts from that folder, so recovery after a cut
-// is itself cut; every 25th starts a new catalogue, so its creation is cut too.
+// is itself cut; every 25th starts a new catalogue, so its creation is cut too. Every 5th cut
+// falls in an `articlectl import` of a price list instead, the tool put on the same VFS by
+// LD_PRELOAD (PowerCutPreload.c): the import is acknowledged when the tool exits with 0.
 //
 // Usage: power_loss [--cuts N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]
 // Stops after N cuts (default 300) or S seconds (default 600). --self-test makes syncs durable
@@ -20,6 +22,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <algorithm>
 
 #include "CatalogueWorkload.h"
 #include "PowerCutVfs.h"
@@ -28,8 +31,9 @@
 // off after the last one).
 constexpr unsigned long long cutWindow = 600;
 constexpr int maxChanges = 150;
-// Every this many cuts a new catalogue is started.
+// Every this many cuts a new catalogue is started, and every importEvery-th cut is an import's.
 constexpr int freshEvery = 25;
+constexpr int importEvery = 5;
 
 const char* const kindNames[] = {"all unsynced writes lost", "some unsynced writes lost",
                                  "unsynced writes torn"};
@@ -72,6 +76,41 @@ int main(int argc, char** argv) {
     const QString root = rootFolder(options, "power_loss");
     const QString folder = QDir(root).filePath(QStringLiteral("catalogue"));
     const QString images = QDir(root).filePath(QStringLiteral("after-cut"));
+    // The I/Os of a whole import, as the last one not cut made them; cuts fall among them.
+    unsigned long long importWindow = 100;
+    auto import = [&](int cut, const Model& model, std::mt19937_64& random, PowerCutKind kind) {
+        Change change;
+        change.kind = ImportPrices;
+        change.plu = 1 + static_cast<unsigned int>(random() % model.nextPlu);  // some new, some not
+        change.text = QStringLiteral("Cennik %1 nr %2").arg(cut).arg(model.serial);
+        change.price = 1 + static_cast<qint64>(random() % 100000);
+        const unsigned long long at = 1 + random() % importWindow;
+        QByteArray report;
+        const int status =
+            runImport(QDir(folder).filePath(QStringLiteral("articles.db")), change,
+                      onPowerCutVfs({QStringLiteral("POWER_CUT_IMAGES=") + images,
+                                     QStringLiteral("POWER_CUT_AT=%1").arg(at),
+                                     QStringLiteral("POWER_CUT_KIND=%1").arg(kind),
+                                     QStringLiteral("POWER_CUT_SEED=%1").arg(random())}),
+                      &report);
+        Round r;
+        r.folder = images;
+        r.label = QStringLiteral("articlectl import, ") + QLatin1String(kindNames[kind]);
+        r.ended.lines << "I " + change.Serialize();
+        const unsigned long long ios = report.split(' ').value(0).toULongLong();
+        if (status == 0) {
+            r.ended.lines << "C";
+            importWindow = ios + ios / 10;
+        }
+        // Cut, the tool reports a database failure; anything else is not the cut's doing.
+        if (report.isEmpty() || (status != 0 && status != 4)) {
+            r.failure = QStringLiteral("articlectl ended with %1, the VFS reported '%2'")
+                            .arg(status)
+                            .arg(QString::fromUtf8(report));
+        }
+        r.where = QStringLiteral(" (%1, at I/O %2 of an import)").arg(r.label).arg(ios);
+        return r;
+    };
     auto round = [&](int cut, Model& model, std::mt19937_64& random) {
         const auto kind = static_cast<PowerCutKind>((cut - 1) % 3);
         if (options.selfTest || (cut - 1) % freshEvery == 0) {
@@ -81,9 +120,13 @@ int main(int argc, char** argv) {
         QDir().mkpath(folder);
         QDir(images).removeRecursively();
         QDir().mkpath(images);
+        if (!options.selfTest && cut % importEvery == 0) {
+            return import(cut, model, random, kind);
+        }
         const quint64 seed = random();
         Round r;
         r.folder = images;
+        r.label = QLatin1String(kindNames[kind]);
         r.ended = runChild(
             [&](int out) { work(folder, images, model, seed, kind, options.selfTest, out); });
         const QByteArray last = r.ended.lines.value(r.ended.lines.size() - 1);
