@@ -13,7 +13,6 @@
 
 #include <QHash>
 #include <QMap>
-#include <QSet>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -25,7 +24,6 @@
 
 #include "ArticleBarcodeManager.h"
 #include "ArticleBarcodes.h"
-#include "ArticleBrief.h"
 #include "ArticleEditor.h"
 #include "ArticleManager.h"
 #include "ArticleSeeker.h"
@@ -45,7 +43,7 @@ QString operator""_q(const char* text, size_t size) {
 constexpr int threadCount = 8;
 // Few enough that the threads keep meeting on the same rows.
 constexpr unsigned int pluCount = 24;
-constexpr int barcodeCount = 32;
+constexpr int barcodeCount = 16;
 constexpr unsigned int deptCount = 3;
 // Rate i of the rates write t is t * 7 + i, which must stay below 65535 (not in use).
 constexpr int maxRatesWrite = 9000;
@@ -195,9 +193,9 @@ public:
     void Run(std::chrono::steady_clock::time_point until) {
         // Operations and their weights.
         static const std::vector<std::pair<int, void (Worker::*)()>> steps = {
-            {40, &Worker::write},     {14, &Worker::transaction}, {14, &Worker::scan},
-            {8, &Worker::listRange},  {5, &Worker::writeDept},    {8, &Worker::readDept},
-            {2, &Worker::writeRates}, {9, &Worker::readRates}};
+            {40, &Worker::write},    {14, &Worker::transaction}, {18, &Worker::scan},
+            {5, &Worker::writeDept}, {12, &Worker::readDept},    {2, &Worker::writeRates},
+            {9, &Worker::readRates}};
         while (std::chrono::steady_clock::now() < until && problems.size() < 10) {
             int roll = static_cast<int>(random() % 100);
             auto step = steps.begin();
@@ -259,6 +257,12 @@ private:
         check(field("price", plu), article ? QString::number(article->price) : absent, start, end);
     }
 
+    // Half the time the barcode the other threads are likeliest to be using at this moment.
+    QString anyBarcode() {
+        const quint64 n = random() % 2 ? random() : static_cast<quint64>(shared.progress / 64);
+        return barcodeText(static_cast<int>(n % barcodeCount));
+    }
+
     // The id of the article with that PLU, 0 when there is none: alone through the seeker, its
     // read checked; inside this thread's transaction from the database itself, since the
     // seeker's mutex must not be taken while the database's lock is held.
@@ -289,10 +293,10 @@ private:
         article.price = number * 10000000LL + serial;  // unique, as the name
         article.unitNo = 1;
         const QString name = field("name", article.pluNo), price = field("price", article.pluNo);
-        const QString barcode = barcodeText(static_cast<int>(random() % barcodeCount));
+        const QString barcode = anyBarcode();
         ArticleEditor* editor = manager.GetEditor();
         ArticleBarcodeManager* barcodes = manager.GetBarcodeManager();
-        switch (article.id == 0 ? 0 : random() % (pending ? 5 : 4) + 1) {
+        switch (article.id == 0 ? 0 : random() % (pending ? 6 : 5) + 1) {
             case 0:
                 current = "adding";
                 begin(name, article.name);
@@ -309,11 +313,12 @@ private:
                 return settle(editor->UpdateArticlePrice(article.pluNo, PriceValue(article.price)),
                               -1);
             case 3:
+            case 4:
                 current = "adding a barcode";
                 begin(field("barcode", barcode), QString::number(article.id));
                 return settle(barcodes->AddRecord(article.id, barcode, false),
                               DB_OPERATION_ALREADY_EXISTS);
-            case 4:
+            case 5:
                 current = "deleting a barcode";
                 begin(field("barcode", barcode), "0"_q);
                 return settle(barcodes->DeleteRecord(barcode), -1);
@@ -357,7 +362,7 @@ private:
 
     void scan() {
         current = "scanning";
-        const QString barcode = barcodeText(static_cast<int>(random() % barcodeCount));
+        const QString barcode = anyBarcode();
         Article article;
         const quint64 start = shared.history.Now();
         const int result = manager.GetSeeker()->FindArticleByBarcode(barcode, article, false);
@@ -370,20 +375,6 @@ private:
             fail("%1 is on more than one article"_q.arg(barcode));
         } else if (answered(result, 3)) {
             answered(stored, 3);
-        }
-    }
-    void listRange() {
-        current = "listing the PLUs";
-        QList<ArticleBrief> briefs;
-        const quint64 start = shared.history.Now();
-        const int result = manager.GetSeeker()->FindPluInRange(1, pluCount, briefs, false);
-        const quint64 end = shared.history.Now();
-        QMap<unsigned int, QString> names;
-        for (const ArticleBrief& brief : briefs) {
-            names.insert(brief.pluNo, brief.name);
-        }
-        for (unsigned int plu = 1; plu <= pluCount && answered(result, 3); ++plu) {
-            check(field("name", plu), names.value(plu, absent), start, end);
         }
     }
     void writeDept() {
@@ -408,37 +399,37 @@ private:
         check(field("dept", dept), all[static_cast<int>(dept) - 1]->GetName(), start, end);
     }
 
+    // The seven rates of one write are its value: a read of some of one write and some of
+    // another reads a value never written.
     void writeRates() {
         current = "writing the tax rates";
         std::lock_guard<std::mutex> lock(shared.taxLock);
-        const int token = ++shared.ratesWrites;
+        const int write = ++shared.ratesWrites;
         TaxRates rates{{}, 2};
+        QStringList values;
         for (int i = 0; i < TaxRates::count; ++i) {
-            rates.values[i] = static_cast<quint16>(token * TaxRates::count + i);
+            rates.values[i] = static_cast<quint16>(write * TaxRates::count + i);
+            values.append(QString::number(rates.values[i]));
         }
-        if (token <= maxRatesWrite) {
-            begin("rates"_q, QString::number(token));
+        if (write <= maxRatesWrite) {
+            begin("rates"_q, values.join(' '));
             settle(manager.GetTaxRatesManager()->UpdateRecord(rates));
         }
     }
-    // The rates as the database holds them, read without the lock: all seven of one write.
+    // Read from the database without the lock.
     void readRates() {
         current = "reading the tax rates";
         QSharedPointer<DBData> rows;
         const quint64 start = shared.history.Now();
         const int result = G::dbArticles->LoadAll("TaxRates"_q, rows);
         const quint64 end = shared.history.Now();
-        QSet<int> tokens;
+        QStringList values;
         for (const DBRow* row : *rows) {
-            const int value = row->GetValue("tax_rate_val"_q).toInt();
-            const int rate = row->GetValue("tax_rate_id"_q).toInt();
-            tokens.insert(value % TaxRates::count == rate - 1 ? value / TaxRates::count : -1);
+            values.append(row->GetValue("tax_rate_val"_q).toString());
         }
-        if (result != 0 || rows->GetRows().size() != TaxRates::count || tokens.size() != 1 ||
-            tokens.contains(-1)) {
-            return fail("the rates answered %1 and are of several writes"_q.arg(result));
+        if (answered(result)) {
+            check("rates"_q, values.join(' '), start, end);
         }
-        check("rates"_q, QString::number(*tokens.begin()), start, end);
     }
 
     ArticleManager& manager;
@@ -468,7 +459,7 @@ protected:
         for (unsigned int dept = 1; dept <= deptCount; ++dept) {
             shared.history.Initial(field("dept", dept), QString());
         }
-        shared.history.Initial("rates"_q, "0"_q);
+        shared.history.Initial("rates"_q, "0 1 2 3 4 5 6"_q);
     }
     void TearDown() override {
         SystemManager::Instance()->UninitializeAll();
@@ -488,22 +479,23 @@ protected:
             stored(field("name", plu), row.isEmpty() ? absent : row[0].section('|', 0, 0));
             stored(field("price", plu), row.isEmpty() ? absent : row[0].section('|', 1));
         }
-        QMap<QString, QStringList> holders;
-        for (const QString& row : Raw().Rows("SELECT barcode, article_id FROM ArticleBarcode"_q)) {
-            holders[row.section('|', 0, 0)].append(row.section('|', 1));
+        // A barcode on two articles reads as both ids, a value never written.
+        QMap<QString, QString> holders;
+        for (
+            const QString& row : Raw().Rows(
+                "SELECT barcode, group_concat(article_id, ' ') FROM ArticleBarcode GROUP BY 1"_q)) {
+            holders.insert(row.section('|', 0, 0), row.section('|', 1));
         }
         for (int n = 0; n < barcodeCount; ++n) {
-            const QStringList ids = holders.value(barcodeText(n));
-            EXPECT_LE(ids.size(), 1) << barcodeText(n).toStdString() << " is on articles "
-                                     << ids.join(' ').toStdString();
-            stored(field("barcode", barcodeText(n)), ids.value(0, "0"_q));
+            stored(field("barcode", barcodeText(n)), holders.value(barcodeText(n), "0"_q));
         }
         for (unsigned int dept = 1; dept <= deptCount; ++dept) {
             stored(field("dept", dept), manager->GetDeptDBManager()->GetDept(dept)->GetName());
             stored(field("dept", dept),
                    Raw().Text("SELECT dept_name FROM Dept WHERE dept_id = %1"_q.arg(dept)));
         }
-        stored("rates"_q, Raw().Text("SELECT max(tax_rate_val) / 7 FROM TaxRates"_q));
+        stored("rates"_q,
+               Raw().Rows("SELECT tax_rate_val FROM TaxRates ORDER BY tax_rate_id"_q).join(' '));
         for (const QString& problem : shared.history.Finish()) {
             ADD_FAILURE() << problem.toStdString();
         }
