@@ -131,7 +131,12 @@ eDBOperationResult ArticleBarcodeManager::AddRecord(unsigned int articleId, cons
         return DB_OPERATION_INVALID_ARGUMENT;
     }
     const QString text = normalised(barcode);
-    if (IsRecordExist(text)) {
+    // Inside the caller's transaction this thread holds the database's lock, which a seeker
+    // thread takes after the seeker's mutex: asking the seeker then could deadlock, so the
+    // database itself is asked.
+    const bool inTransaction = db->IsInTransaction();
+    if (inTransaction ? !neverExists(text) && storedNow(db, barcodeTable, text)
+                      : IsRecordExist(text)) {
         return DB_OPERATION_ALREADY_EXISTS;
     }
     // Another process may add the same barcode between the check and the insert: the insert
@@ -140,7 +145,7 @@ eDBOperationResult ArticleBarcodeManager::AddRecord(unsigned int articleId, cons
     // with the write lock), in write-only-in-transaction mode outside one (the insert is refused
     // anyway) and on a read-only file the insert goes as it is.
     std::unique_ptr<DBTransaction> transaction;
-    if (!neverExists(text) && !db->IsInTransaction() && !db->IsWriteOnlyInTransaction() &&
+    if (!neverExists(text) && !inTransaction && !db->IsWriteOnlyInTransaction() &&
         !db->IsReadOnly()) {
         transaction = std::make_unique<DBTransaction>(db);
         if (transaction->Result() != DB_OPERATION_SUCCESS) {
