@@ -669,11 +669,13 @@ int main(int argc, char** argv) {
     std::map<QByteArray, int> kinds;
     int acknowledged = 0;
     int conflicts = 0;
+    int refused = 0;
     int toolRuns = 0;
     const Call* longest = &calls.front();
     for (const Call& call : calls) {
         ++kinds[call.kind];
         conflicts += call.outcome == 'B' ? 1 : 0;
+        refused += call.outcome == 'R' ? 1 : 0;
         toolRuns += call.kind.startsWith("articlectl") ? 1 : 0;
         longest = call.end - call.start > longest->end - longest->start ? &call : longest;
         for (const QByteArray& item : call.items) {
@@ -686,12 +688,13 @@ int main(int argc, char** argv) {
     }
     std::printf(
         "multi_process: %d processes (%d library, %d articlectl and its %d drivers, set-up and "
-        "reader), %zu operations (%s), %d acknowledged writes, %d conflicts, %d stale reads, %d "
+        "reader), %zu operations (%s), %d acknowledged writes, %d refused or rolled back, %d "
+        "conflicts, %d stale reads, %d "
         "articles listed twice by a search, "
         "longest wait %lld ms (%s) of at most %lld ms (articlectl %lld ms)\n",
         options.runs + toolRuns + 1 + toolDrivers + 2, options.runs, toolRuns + 1, toolDrivers,
-        calls.size(), qPrintable(byKind.join(QStringLiteral(", "))), acknowledged, conflicts,
-        checks.staleReads, checks.listedTwice, (longest->end - longest->start) / ms,
+        calls.size(), qPrintable(byKind.join(QStringLiteral(", "))), acknowledged, refused,
+        conflicts, checks.staleReads, checks.listedTwice, (longest->end - longest->start) / ms,
         qPrintable(longest->Describe()), libraryBoundMs, toolBoundMs);
     for (const auto& [check, examples] : checks.failures) {
         std::printf("  FAILED %s, %d times; the first: %s\n", qPrintable(check),
