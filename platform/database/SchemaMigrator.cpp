@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <algorithm>
 
+#include "SqliteConnection.h"
 #include "SqliteTransaction.h"
 
 namespace {
@@ -86,6 +87,9 @@ int SchemaMigrator::ReadFacts(const QString& path, FileFacts& facts, QString& er
     if (rc == SQLITE_OK) {
         // A read-only look: the file of another program stays as it is, byte for byte.
         sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        // Even a read of a WAL file can find it briefly locked while another process restarts
+        // the log: wait as long as the connection that opens next would.
+        sqlite3_busy_timeout(connection, SqliteConnection::busyTimeoutMs);
         rc = readFacts(connection, facts);
     }
     if (rc != SQLITE_OK) {

@@ -681,15 +681,22 @@ QString integrity(const QString& path) {
                : QStringLiteral("integrity_check: ") + answers.join(QStringLiteral("; "));
 }
 
+}  // namespace
+
+QString readFolder(const QString& folder, Model& stored) {
+    const QString path = QDir(folder).filePath(QStringLiteral("articles.db"));
+    QString why = QFileInfo::exists(path) ? integrity(path) : QString();
+    why = why.isEmpty() ? (new Library)->Start(folder) : why;  // open until the process ends
+    why = why.isEmpty() ? readCatalogue(*G::articleManager, stored) : why;
+    return why.isEmpty() ? checkLookups(*G::articleManager, stored, folder) : why;
+}
+
+namespace {
+
 [[noreturn]] void verify(const QString& folder, const Model& base,
                          const std::vector<Change>& changes, int fd) {
-    const QString path = QDir(folder).filePath(QStringLiteral("articles.db"));
-    Library library;
     Model stored;
-    QString why = QFileInfo::exists(path) ? integrity(path) : QString();
-    why = why.isEmpty() ? library.Start(folder) : why;
-    why = why.isEmpty() ? readCatalogue(*G::articleManager, stored) : why;
-    why = why.isEmpty() ? checkLookups(*G::articleManager, stored, folder) : why;
+    const QString why = readFolder(folder, stored);
     if (!why.isEmpty()) {
         say(fd, why.toUtf8());
         _exit(1);

@@ -224,6 +224,12 @@ struct Verdict {
     QString why;
 };
 
+// In a process that has not started the library (the library's globals must start afresh):
+// checks the folder's article database is whole, starts the library on it, reads the catalogue
+// into `stored` as the library answers it, and checks every lookup agrees with the rows. Empty,
+// or what is wrong.
+QString readFolder(const QString& folder, Model& stored);
+
 // In a child process (the library's globals start afresh there): checks the folder's article
 // database is whole, starts the library on it, checks every lookup agrees with the rows, and
 // finds the longest prefix of `changes` that, applied to `base`, gives exactly what is stored.

@@ -1,5 +1,6 @@
 #include "CatalogueBackup.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
+#include <cstring>
 
 #include "DBManager.h"
 
@@ -104,13 +106,29 @@ QString Take(const QString& database, QString& error) {
     const QString stem = QDir(folder).filePath(
         QFileInfo(database).fileName() + QLatin1Char('.') +
         QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz")));
-    QString path = stem + QStringLiteral(".db");
-    for (int n = 2; QFileInfo::exists(path); ++n) {
-        path = stem + QStringLiteral("-%1.db").arg(n);
+    // Written under a temporary name: a copy cut short never looks like a finished one. The
+    // name is taken by creating that file, so that another tool copying in the same
+    // millisecond takes the next one instead of overwriting this copy.
+    QString path;
+    QString partial;
+    for (int n = 1;; ++n) {
+        path = n == 1 ? stem + QStringLiteral(".db") : stem + QStringLiteral("-%1.db").arg(n);
+        partial = path + QStringLiteral(".partial");
+        if (QFileInfo::exists(path)) {
+            continue;
+        }
+        const int fd =
+            ::open(QFile::encodeName(partial).constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+        if (fd >= 0) {
+            ::close(fd);
+            break;
+        }
+        if (errno != EEXIST) {
+            error = QStringLiteral("cannot write %1: %2")
+                        .arg(partial, QString::fromLocal8Bit(std::strerror(errno)));
+            return QString();
+        }
     }
-    // Written under a temporary name: a copy cut short never looks like a finished one.
-    const QString partial = path + QStringLiteral(".partial");
-    QFile::remove(partial);
     if (!Copy(database, partial, error)) {
         QFile::remove(partial);
         return QString();

@@ -1,0 +1,715 @@
+// multi_process: several processes change and read one catalogue file at once, through the
+// library and through articlectl, and what each was answered is checked against what the others
+// did, in real time.
+//
+// Library processes (each starts the library on the folder as the register does, and also
+// writes in DBManager::BeginTransaction blocks, some rolled back) and drivers running articlectl
+// (edit, price set, import of a small price list, show, scan, search, barcode add) all work on
+// six PLUs, a few shared names and the same barcodes, so that they really collide. Every value
+// written is unique (writer and sequence), so a value read names the write that made it (a
+// shared name, every write of it). Each call is recorded with what it asked, its answer and its
+// CLOCK_MONOTONIC start and end, one clock for all processes. At the end:
+//  - each article's final name and price come from an acknowledged write that no other
+//    acknowledged write to that field began after; no value of a refused, busy or rolled-back
+//    write is ever seen;
+//  - no read answers a value older than one acknowledged before it began, nor one whose write
+//    had not begun when it ended; a search finds every article;
+//  - processes adding a barcode in the same tenth of a second add the same one: at most one
+//    succeeds, no scan finds it on two articles or misses it once acknowledged, and at the end it
+//    is on exactly that article; the file passes integrity_check and its lookups agree;
+//  - every call is answered within the busy timeout plus 2 s (plus 1 s for articlectl to start);
+//    a write refused because the file stayed busy (a conflict: counted, not a failure) waited
+//    the busy timeout first, and a read is never refused so.
+//
+// Usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]
+// N library processes (default 3) and 2 articlectl drivers for S seconds (default 600). Programs
+// are started by launch(), after ARTICLEMANAGER_CHILD_LAUNCHER (e.g. an emulator) when set.
+// --self-test makes the library processes lie (a rolled-back transaction and a refused barcode
+// recorded as acknowledged, some reads answering an earlier read): the checks must find it.
+// Exit status: 0 every check held, 1 a check failed, 2 the harness failed.
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "ArticleBarcodeManager.h"
+#include "ArticleEditor.h"
+#include "ArticleManager.h"
+#include "ArticleSeeker.h"
+#include "CatalogueWorkload.h"
+#include "DBManager.h"
+#include "Globals.h"
+#include "PriceValue.h"
+#include "ScaleLabelRecognizer.h"
+#include "SqliteConnection.h"
+
+namespace {
+
+constexpr unsigned int pool = 6;  // the PLUs every process works on
+constexpr int toolDrivers = 2;
+constexpr qint64 ms = 1000000;
+constexpr qint64 busyNs = SqliteConnection::busyTimeoutMs * ms;
+constexpr qint64 libraryBoundMs = SqliteConnection::busyTimeoutMs + 2000;  // plus the work
+constexpr qint64 toolBoundMs = libraryBoundMs + 1000;  // plus articlectl's start and end
+constexpr qint64 slotNs = 100 * ms;  // adds within one slot contend for the same barcode
+const QString searched = QStringLiteral("Towar");  // in every name
+
+qint64 now() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return t.tv_sec * 1000000000LL + t.tv_nsec;
+}
+
+QString slotBarcode(qint64 at) {
+    const QString digits =
+        QStringLiteral("591%1").arg(at / slotNs % 1000000000, 9, 10, QLatin1Char('0'));
+    return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
+}
+
+// One call as its process recorded it. An item is TYPE KEY:VALUE: p/n a price/name written to
+// PLU KEY, P/N one read, b barcode KEY added to PLU VALUE, s barcode KEY scanned to PLU VALUE
+// (0 none, -1 more than one), e an error text.
+struct Call {
+    int process = 0;
+    QByteArray kind{};
+    qint64 start = 0;
+    qint64 end = 0;
+    char outcome = 'A';  // A acknowledged, R refused, B busy (a conflict), F failed otherwise
+    QList<QByteArray> items{};
+
+    void Add(char type, const QVariant& key, const QVariant& value) {
+        items << type + key.toString().toUtf8() + ':' +
+                     value.toString().toUtf8().toPercentEncoding();
+    }
+    // Sets the outcome: done, refused (a duplicate), or why it failed.
+    void End(bool done, bool refused, const QString& error) {
+        end = now();
+        const bool busy =
+            error.contains(QStringLiteral("locked")) || error.contains(QStringLiteral("busy"));
+        outcome = done ? 'A' : busy ? 'B' : refused ? 'R' : 'F';
+        if (outcome == 'B' || outcome == 'F') {
+            Add('e', 0, error);
+        }
+    }
+    bool Writes() const {
+        return std::any_of(items.cbegin(), items.cend(),
+                           [](const QByteArray& i) { return QByteArray("pnb").contains(i[0]); });
+    }
+    QByteArray Serialize() const {
+        return QByteArray::number(process) + ' ' + kind + ' ' + QByteArray::number(start) + ' ' +
+               QByteArray::number(end) + ' ' + outcome + ' ' + items.join(' ');
+    }
+    bool Parse(const QByteArray& line) {
+        items = line.trimmed().split(' ');
+        if (items.size() < 5 || items[4].size() != 1) {
+            return false;
+        }
+        process = items[0].toInt();
+        kind = items[1];
+        start = items[2].toLongLong();
+        end = items[3].toLongLong();
+        outcome = items[4][0];
+        items = items.mid(5);
+        return std::all_of(items.cbegin(), items.cend(),
+                           [](const QByteArray& i) { return i.indexOf(':') > 1; });
+    }
+    QString Describe() const {
+        return QStringLiteral("process %1 %2 [%3 ms] %4")
+            .arg(process)
+            .arg(QString::fromUtf8(kind))
+            .arg((end - start) / ms)
+            .arg(QString::fromUtf8(QByteArray::fromPercentEncoding(items.join(' '))));
+    }
+};
+
+QByteArray key(const QByteArray& item) {
+    return item.mid(1, item.indexOf(':') - 1);
+}
+QByteArray value(const QByteArray& item) {
+    return QByteArray::fromPercentEncoding(item.mid(item.indexOf(':') + 1));
+}
+
+// Runs `arguments` with its standard output and error in files; the wait status. Every program
+// this test starts goes through here, after the launcher command ARTICLEMANAGER_CHILD_LAUNCHER.
+int launch(QStringList arguments, const QString& out, const QString& err) {
+    QStringList launcher =
+        QString::fromLocal8Bit(qgetenv("ARTICLEMANAGER_CHILD_LAUNCHER")).split(QLatin1Char(' '));
+    launcher.removeAll(QString());
+    std::vector<QByteArray> bytes;
+    for (const QString& argument : launcher + arguments) {
+        bytes.push_back(argument.toLocal8Bit());
+    }
+    std::vector<char*> argv;
+    for (QByteArray& b : bytes) {
+        argv.push_back(b.data());
+    }
+    argv.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int o = open(QFile::encodeName(out).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int e = open(QFile::encodeName(err).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (o >= 0 && e >= 0 && dup2(o, 1) >= 0 && dup2(e, 2) >= 0) {
+            execvp(argv[0], argv.data());
+        }
+        _exit(127);
+    }
+    int status = -1;
+    return pid > 0 && waitpid(pid, &status, 0) == pid ? status : -1;
+}
+
+// ---- The writers -------------------------------------------------------------------------------
+
+struct Writer {
+    int process;
+    std::mt19937_64 random;
+    int sequence = 0;
+
+    unsigned int Plu() { return 1 + random() % pool; }
+    qint64 Price() { return process * 1000000LL + ++sequence; }
+    // A unique name, or now and then one every process uses, which another article may hold.
+    QString Name() {
+        return random() % 8 == 0
+                   ? QStringLiteral("%1 wspólny %2").arg(searched).arg(random() % 3)
+                   : QStringLiteral("%1 p%2 s%3").arg(searched).arg(process).arg(++sequence);
+    }
+};
+
+// Through the library: a new price, or (half of the time) a new name and price.
+int write(ArticleManager& manager, Writer& writer, Call& call) {
+    const unsigned int plu = writer.Plu();
+    const qint64 price = writer.Price();
+    call.Add('p', plu, price);
+    if (writer.random() % 2 == 0) {
+        return manager.GetEditor()->UpdateArticlePrice(plu, PriceValue(price));
+    }
+    const QString name = writer.Name();
+    call.Add('n', plu, name);
+    Article article;
+    const int found = manager.GetSeeker()->FindPlu(plu, article, false);
+    article.name = name;
+    article.price = price;
+    return found != 0 ? found : manager.GetEditor()->EditRecord(article);
+}
+
+void addArticles(Call& call, const QVector<Article>& articles) {
+    for (const Article& a : articles) {
+        call.Add('N', a.pluNo, a.name);
+        call.Add('P', a.pluNo, a.price);
+    }
+}
+
+[[noreturn]] void libraryProcess(const QString& folder, Writer writer, qint64 deadline, bool lie,
+                                 int fd) {
+    Call call{writer.process, "Start", now()};  // the register starts while others work
+    Library library;
+    const QString why = library.Start(folder);
+    call.End(why.isEmpty(), false, why);
+    say(fd, call.Serialize());
+    std::map<unsigned int, QList<QByteArray>> answered;  // the last answer for each PLU
+    while (why.isEmpty() && now() < deadline) {
+        ArticleManager& manager = *G::articleManager;
+        call = Call{writer.process, "", now()};
+        const int roll = static_cast<int>(writer.random() % 100);
+        const unsigned int plu = writer.Plu();
+        Article article;
+        int result = 0;
+        if (roll < 25) {
+            call.kind = "FindPlu";
+            result = manager.GetSeeker()->FindPlu(plu, article, false);
+            addArticles(call, result == 0 ? QVector<Article>{article} : QVector<Article>());
+            if (lie && writer.random() % 4 == 0 && answered.count(plu) != 0) {
+                call.items = answered[plu];
+            }
+            answered[plu] = call.items;
+        } else if (roll < 45) {
+            call.kind = "write";
+            result = write(manager, writer, call);
+        } else if (roll < 62) {
+            // Several writes: all of them, or (refused, or now and then rolled back) none.
+            call.kind = "transaction";
+            result = G::dbArticles->BeginTransaction();
+            const bool began = result == 0;
+            for (int i = 2 + writer.random() % 3; i > 0 && result == 0; --i) {
+                result = write(manager, writer, call);
+            }
+            if (began && (result != 0 || writer.random() % 5 == 0)) {
+                const QString error = result == 0 ? QString() : G::dbArticles->GetLastError();
+                G::dbArticles->RollbackTransaction();
+                call.End(result == 0 && lie, result == 0 || result == 2 || result == 5, error);
+            } else if (began) {
+                result = G::dbArticles->CommitTransaction();
+            }
+        } else if (roll < 77) {
+            call.kind = "AddBarcode";
+            const QString code = slotBarcode(call.start);
+            call.Add('b', code, plu);
+            result = manager.GetSeeker()->FindPlu(plu, article, false);
+            result = result != 0 ? result
+                                 : manager.GetBarcodeManager()->AddRecord(article.id, code, false);
+            result = lie && result == DB_OPERATION_ALREADY_EXISTS ? 0 : result;
+        } else if (roll < 90) {
+            call.kind = "FindArticleByBarcode";
+            const QString code =
+                slotBarcode(call.start - static_cast<qint64>(writer.random() % 2) * slotNs);
+            result = manager.GetSeeker()->FindArticleByBarcode(code, article, false);
+            call.Add('s', code,
+                     result == 0   ? static_cast<int>(article.pluNo)
+                     : result == 8 ? -1
+                                   : 0);
+            result = result == 3 || result == 8 ? 0 : result;
+        } else {
+            call.kind = "FindNameInfix";
+            QVector<Article> found;
+            result = manager.GetSeeker()->FindNameInfix(searched, found);
+            addArticles(call, found);
+        }
+        if (call.end == 0) {
+            const bool refused =
+                result == DB_OPERATION_ALREADY_EXISTS || result == DB_OPERATION_CONSTRAINT;
+            call.End(result == 0, refused, result == 0 ? QString() : G::dbArticles->GetLastError());
+        }
+        say(fd, call.Serialize());
+        usleep(static_cast<useconds_t>(writer.random() % 2000));  // a busy till, not a loop
+    }
+    _exit(0);
+}
+
+// ---- The articlectl drivers --------------------------------------------------------------------
+
+QString money(qint64 price) {
+    return QStringLiteral("%1.%2").arg(price / 100).arg(price % 100, 2, 10, QLatin1Char('0'));
+}
+
+void addArticle(Call& call, const QJsonValue& article) {
+    call.Add('N', article["plu"].toInt(), article["name"].toString());
+    call.Add('P', article["plu"].toInt(), qRound64(article["price"].toDouble() * 100));
+}
+
+[[noreturn]] void toolDriver(const QString& tool, const QString& folder, Writer writer,
+                             qint64 deadline, int fd) {
+    const QString base = QDir(folder).filePath(QStringLiteral("tool-%1.").arg(writer.process));
+    while (now() < deadline) {
+        Call call{writer.process};
+        const int roll = static_cast<int>(writer.random() % 100);
+        const QString plu = QString::number(writer.Plu());
+        QStringList arguments{tool, "--db", QDir(folder).filePath("articles.db")};
+        if (roll < 18) {
+            arguments << "show"
+                      << "--json" << plu;
+        } else if (roll < 33) {
+            const QString name = writer.Name();
+            const qint64 price = writer.Price();
+            call.Add('n', plu, name);
+            call.Add('p', plu, price);
+            arguments << "edit" << plu << "--name" << name << "--price" << money(price);
+        } else if (roll < 46) {
+            const qint64 price = writer.Price();
+            call.Add('p', plu, price);
+            arguments << "price"
+                      << "set" << plu << money(price);
+        } else if (roll < 60) {
+            // A price list of a few rows: all of them or none.
+            QByteArray text = "plu;nazwa;cena\n";
+            for (unsigned int p = writer.Plu(), n = 2 + writer.random() % 2; n > 0 && p <= pool;
+                 --n, p += 1 + writer.random() % 2) {
+                const QString name = writer.Name();
+                const qint64 price = writer.Price();
+                call.Add('n', p, name);
+                call.Add('p', p, price);
+                text += QStringLiteral("%1;%2;%3\n").arg(p).arg(name, money(price)).toUtf8();
+            }
+            QFile file(base + "csv");
+            if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+                say(fd, "E cannot write " + file.fileName().toUtf8());
+                _exit(2);
+            }
+            arguments << "import" << file.fileName();
+        } else if (roll < 74) {
+            arguments << "scan"
+                      << "--json"
+                      << slotBarcode(now() - static_cast<qint64>(writer.random() % 2) * slotNs);
+        } else if (roll < 86) {
+            arguments << "search"
+                      << "--json" << searched;
+        } else {
+            const QString code = slotBarcode(now());
+            call.Add('b', code, plu);
+            arguments << "barcode"
+                      << "add" << plu << code;
+        }
+        call.kind = "articlectl-" + arguments[3].toUtf8();
+        call.start = now();
+        const int status = launch(arguments, base + "out", base + "err");
+        const int exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        QFile output(base + "out");
+        QFile error(base + "err");
+        output.open(QIODevice::ReadOnly);
+        error.open(QIODevice::ReadOnly);
+        const QJsonObject json = QJsonDocument::fromJson(output.readAll()).object();
+        const bool scan = call.kind == "articlectl-scan";
+        call.End(exit == 0 || (scan && (exit == 1 || exit == 3)), exit == 3,
+                 QString::fromUtf8(error.readAll()).trimmed());
+        if (scan && call.outcome == 'A') {
+            call.Add('s', arguments[5],
+                     exit == 0   ? json["article"]["plu"].toInt()
+                     : exit == 1 ? 0
+                                 : -1);
+        } else if (exit == 0 && call.kind == "articlectl-show") {
+            addArticle(call, json);
+        } else if (exit == 0 && call.kind == "articlectl-search") {
+            for (const QJsonValue& article : json["articles"].toArray()) {
+                addArticle(call, article);
+            }
+        }
+        say(fd, call.Serialize());
+    }
+    _exit(0);
+}
+
+// ---- The checks --------------------------------------------------------------------------------
+
+// The writes to one field (a PLU's price or name) by the value they wrote, and of the
+// acknowledged ones, ordered by their end, the latest start among those ended so far.
+struct Field {
+    std::map<QByteArray, std::vector<const Call*>> writes;
+    std::vector<std::pair<qint64, qint64>> acknowledged;
+
+    void Prepare() {
+        for (const auto& entry : writes) {
+            for (const Call* w : entry.second) {
+                if (w->outcome == 'A') {
+                    acknowledged.emplace_back(w->end, w->start);
+                }
+            }
+        }
+        std::sort(acknowledged.begin(), acknowledged.end());
+        for (size_t i = 1; i < acknowledged.size(); ++i) {
+            acknowledged[i].second = std::max(acknowledged[i].second, acknowledged[i - 1].second);
+        }
+    }
+    // The latest start of an acknowledged write that ended before `at`.
+    qint64 LatestStartEndedBefore(qint64 at) const {
+        const auto it = std::lower_bound(acknowledged.begin(), acknowledged.end(),
+                                         std::make_pair(at, LLONG_MIN));
+        return it == acknowledged.begin() ? LLONG_MIN : std::prev(it)->second;
+    }
+};
+
+struct Checks {
+    std::map<QByteArray, Field> fields;  // "p3": the price of PLU 3
+    std::map<QByteArray, std::vector<std::pair<const Call*, int>>> adds;  // barcode: call, PLU
+    std::map<QByteArray, std::pair<const Call*, int>> added;  // barcode: the acknowledged add
+    std::map<QString, QStringList> failures;                  // by the check that failed
+    int staleReads = 0;
+    int listedTwice = 0;
+
+    void Fail(const char* check, const QString& example) {
+        failures[QLatin1String(check)] << example;
+    }
+
+    // Whether `value` of `field`, answered during [start, end] (or held at the end: start ==
+    // end == LLONG_MAX), comes from a write it may come from.
+    void Read(const QByteArray& field, const QByteArray& value, qint64 start, qint64 end,
+              const QString& who) {
+        const Field& f = fields[field];
+        const qint64 superseded = f.LatestStartEndedBefore(start);
+        bool stale = false;
+        bool phantom = false;
+        const auto candidates = f.writes.find(value);
+        for (const Call* w :
+             candidates == f.writes.end() ? std::vector<const Call*>() : candidates->second) {
+            if (w->start < end && w->outcome != 'A') {
+                phantom = true;
+            } else if (w->start < end && superseded > w->end) {
+                stale = true;
+            } else if (w->start < end) {
+                return;
+            }
+        }
+        staleReads += stale && start != LLONG_MAX ? 1 : 0;
+        Fail(stale     ? start == LLONG_MAX ? "an acknowledged write is lost" : "a stale answer"
+             : phantom ? "a value of a write not acknowledged is seen"
+                       : "a value of a write not yet begun is seen",
+             QStringLiteral("%1: %2 of PLU %3 is \"%4\"")
+                 .arg(who, field[0] == 'p' ? "price" : "name", QString::fromLatin1(field.mid(1)),
+                      QString::fromUtf8(value)));
+    }
+
+    // A scan of `code` answered PLU `plu` (0 none, -1 more than one) during the call.
+    void Scan(const QByteArray& code, int plu, const Call& call) {
+        const auto acknowledged = added.find(code);
+        const bool possible =
+            plu == 0 ? acknowledged == added.end() || acknowledged->second.first->end > call.start
+                     : acknowledged != added.end() && acknowledged->second.second == plu &&
+                           acknowledged->second.first->start < call.end;
+        staleReads += !possible && plu == 0 ? 1 : 0;
+        if (!possible) {
+            Fail(plu == 0  ? "a stale answer"
+                 : plu < 0 ? "a scan finds a barcode on two articles"
+                           : "a scan finds a barcode where no acknowledged add put it",
+                 QStringLiteral("%1 on PLU %2: %3")
+                     .arg(QString::fromUtf8(code))
+                     .arg(plu)
+                     .arg(call.Describe()));
+        }
+    }
+};
+
+// What the folder holds at the end, read by a process of its own: "n3 NAME", "p3 PRICE",
+// "bCODE PLU" lines, and "E why" when something is wrong.
+Ended readEnd(const QString& folder) {
+    return runChild([&](int out) {
+        Model stored;
+        const QString why = readFolder(folder, stored);
+        for (const auto& [plu, article] : stored.articles) {
+            const QByteArray number = QByteArray::number(plu);
+            say(out, 'n' + number + ' ' + article.name.toUtf8().toPercentEncoding());
+            say(out, 'p' + number + ' ' + QByteArray::number(article.price));
+            for (auto b = article.barcodes.cbegin(); b != article.barcodes.cend(); ++b) {
+                say(out, 'b' + b.key().toUtf8() + ' ' + number);
+            }
+        }
+        if (!why.isEmpty()) {
+            say(out, "E " + why.toUtf8().toPercentEncoding(" "));
+        }
+        _exit(0);
+    });
+}
+
+void check(Checks& checks, const std::vector<Call>& calls, const QList<QByteArray>& end) {
+    for (const Call& call : calls) {
+        if (call.end - call.start >
+            (call.kind.startsWith("articlectl") ? toolBoundMs : libraryBoundMs) * ms) {
+            checks.Fail("a call answered after the bound", call.Describe());
+        }
+        if (call.outcome == 'F') {
+            checks.Fail("a call failed other than busy", call.Describe());
+        }
+        if (call.outcome == 'B' && (!call.Writes() || call.end - call.start < busyNs)) {
+            checks.Fail("a read refused as busy, or a write before the busy timeout",
+                        call.Describe());
+        }
+        for (const QByteArray& item : call.items) {
+            if (item[0] == 'p' || item[0] == 'n') {
+                checks.fields[item.left(1) + key(item)].writes[value(item)].push_back(&call);
+            } else if (item[0] == 'b') {
+                checks.adds[key(item)].emplace_back(&call, value(item).toInt());
+            }
+        }
+    }
+    for (auto& field : checks.fields) {
+        field.second.Prepare();
+    }
+    for (const auto& [code, adds] : checks.adds) {
+        for (const auto& add : adds) {
+            if (add.first->outcome != 'A') {
+                continue;
+            }
+            if (checks.added.count(code) != 0) {
+                checks.Fail("a barcode added to two articles",
+                            QStringLiteral("%1 by %2 and %3")
+                                .arg(QString::fromUtf8(code), checks.added[code].first->Describe(),
+                                     add.first->Describe()));
+            }
+            checks.added.emplace(code, add);
+        }
+    }
+    for (const Call& call : calls) {
+        QList<QByteArray> found;  // the PLUs a search listed
+        for (const QByteArray& item : call.items) {
+            if (item[0] == 'P' || item[0] == 'N') {
+                found << (item[0] == 'N' ? key(item) : QByteArray());
+                checks.Read(item.left(1).toLower() + key(item), value(item), call.start, call.end,
+                            call.Describe());
+            } else if (item[0] == 's') {
+                checks.Scan(key(item), value(item).toInt(), call);
+            }
+        }
+        const bool search = call.kind == "FindNameInfix" || call.kind == "articlectl-search";
+        found.removeAll(QByteArray());
+        const std::set<QByteArray> plus(found.cbegin(), found.cend());
+        if (search && call.outcome == 'A' && plus.size() != pool) {
+            checks.Fail("a search misses an article", call.Describe());
+        }
+        // Its two passes (prefix, then inner matches, an article not listed again when equal)
+        // read at different moments: an article changed between them is listed twice.
+        checks.listedTwice += found.size() - static_cast<int>(plus.size());
+    }
+    std::map<QByteArray, int> held;  // barcode: the PLU it is on at the end
+    for (const QByteArray& line : end) {
+        const QByteArray what = line.left(line.indexOf(' '));
+        const QByteArray rest = QByteArray::fromPercentEncoding(line.mid(what.size() + 1));
+        if (what == "E") {
+            checks.Fail("the file at the end is not right", QString::fromUtf8(rest));
+        } else if (what.startsWith('b') && held.count(what.mid(1)) != 0) {
+            checks.Fail("a barcode is on two articles at the end", QString::fromUtf8(what.mid(1)));
+        } else if (what.startsWith('b')) {
+            held[what.mid(1)] = rest.toInt();
+            checks.adds[what.mid(1)];  // checked below even when no one added it
+        } else if (what.mid(1).toUInt() <= pool) {
+            checks.Read(what, rest, LLONG_MAX, LLONG_MAX, QStringLiteral("at the end"));
+        }
+    }
+    for (const auto& [code, adds] : checks.adds) {
+        const int expected = checks.added.count(code) != 0 ? checks.added[code].second : 0;
+        if (held[code] != expected) {
+            checks.Fail("a barcode is not where its acknowledged add put it",
+                        QStringLiteral("%1 is on PLU %2 instead of %3 (0: none) after %4 adds")
+                            .arg(QString::fromUtf8(code))
+                            .arg(held[code])
+                            .arg(expected)
+                            .arg(adds.size()));
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    const Options options = parseOptions(
+        "usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] "
+        "[--self-test]",
+        "--processes", 3);
+    const QString folder = rootFolder(options, "multi_process");
+    QDir dir(folder);
+    for (const QString& name :
+         dir.entryList({"articles.db*", "receipts.db*", "calls-*", "tool-*"})) {
+        QFile::remove(dir.filePath(name));
+        QDir(dir.filePath(name)).removeRecursively();
+    }
+    std::printf(
+        "multi_process: %sseed %llu, %d library processes and %d articlectl drivers for %d s, in "
+        "%s\n",
+        options.selfTest ? "self-test, " : "", static_cast<unsigned long long>(options.seed),
+        options.runs, toolDrivers, options.seconds, qPrintable(folder));
+    std::fflush(stdout);
+    const QString tool = QStringLiteral(ARTICLECTL_PATH);
+    QString failure;
+    if (launch({tool, "--db", dir.filePath("articles.db"), "init"}, dir.filePath("tool-0.out"),
+               dir.filePath("tool-0.err")) != 0) {
+        failure = QStringLiteral("articlectl init failed");
+    }
+    // Process 0 makes the articles everyone works on.
+    const Ended setUp = runChild([&](int out) {
+        Library library;
+        const QString why = library.Start(folder);
+        for (unsigned int plu = 1; plu <= pool && why.isEmpty(); ++plu) {
+            const QString name = QStringLiteral("%1 p0 s%2").arg(searched).arg(plu);
+            Call call{0, "AddRecord", now()};
+            call.Add('n', plu, name);
+            call.Add('p', plu, plu);
+            const int result = perform(*G::articleManager, Change{AddArticle, plu, name, {}, plu});
+            call.End(result == 0, false, G::dbArticles->GetLastError());
+            say(out, call.Serialize());
+        }
+        _exit(why.isEmpty() ? 0 : 2);
+    });
+    std::mt19937_64 random(options.seed);
+    const qint64 deadline = now() + options.seconds * 1000 * ms;
+    std::vector<pid_t> pids;
+    for (int process = 1; process <= options.runs + toolDrivers; ++process) {
+        const Writer writer{process, std::mt19937_64(random())};
+        const int fd = open(
+            QFile::encodeName(dir.filePath(QStringLiteral("calls-%1").arg(process))).constData(),
+            O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+        const pid_t pid = fd < 0 || !failure.isEmpty() ? -1 : fork();
+        if (pid == 0 && process <= options.runs) {
+            libraryProcess(folder, writer, deadline, options.selfTest, fd);
+        } else if (pid == 0) {
+            toolDriver(tool, folder, writer, deadline, fd);
+        }
+        close(fd);
+        pids.push_back(pid);
+    }
+    QList<QByteArray> lines = setUp.lines;
+    if (setUp.status != 0 || setUp.lines.size() != static_cast<int>(pool)) {
+        failure = QStringLiteral("the articles were not made");
+    }
+    for (size_t i = 0; i < pids.size(); ++i) {
+        int status = -1;
+        if (pids[i] < 0 || waitpid(pids[i], &status, 0) != pids[i] || status != 0) {
+            failure = QStringLiteral("process %1 failed (status %2)").arg(i + 1).arg(status);
+        }
+        QFile file(dir.filePath(QStringLiteral("calls-%1").arg(i + 1)));
+        file.open(QIODevice::ReadOnly);
+        lines += file.readAll().split('\n');
+    }
+    std::vector<Call> calls;
+    for (const QByteArray& line : lines) {
+        Call call;
+        if (line.startsWith("E ") || (!line.isEmpty() && !call.Parse(line))) {
+            failure = QString::fromUtf8(line);
+        } else if (!line.isEmpty()) {
+            calls.push_back(call);
+        }
+    }
+    const Ended end = readEnd(folder);
+    if (!failure.isEmpty() || end.status != 0) {
+        std::printf(
+            "multi_process: HARNESS FAILED %s (in %s, seed %llu)\n",
+            qPrintable(failure.isEmpty() ? QStringLiteral("the final reader failed") : failure),
+            qPrintable(folder), static_cast<unsigned long long>(options.seed));
+        return 2;
+    }
+    Checks checks;
+    check(checks, calls, end.lines);
+
+    std::map<QByteArray, int> kinds;
+    int acknowledged = 0;
+    int conflicts = 0;
+    int refused = 0;
+    int toolRuns = 0;
+    const Call* longest = &calls.front();
+    for (const Call& call : calls) {
+        ++kinds[call.kind];
+        conflicts += call.outcome == 'B' ? 1 : 0;
+        refused += call.outcome == 'R' ? 1 : 0;
+        toolRuns += call.kind.startsWith("articlectl") ? 1 : 0;
+        longest = call.end - call.start > longest->end - longest->start ? &call : longest;
+        for (const QByteArray& item : call.items) {
+            acknowledged += call.outcome == 'A' && QByteArray("pnb").contains(item[0]) ? 1 : 0;
+        }
+    }
+    QStringList byKind;
+    for (const auto& [kind, count] : kinds) {
+        byKind << QStringLiteral("%1 %2").arg(QString::fromUtf8(kind)).arg(count);
+    }
+    std::printf(
+        "multi_process: %d processes (%d library, %d articlectl and its %d drivers, set-up and "
+        "reader), %zu operations (%s), %d acknowledged writes, %d refused or rolled back, %d "
+        "conflicts, %d stale reads, %d "
+        "articles listed twice by a search, "
+        "longest wait %lld ms (%s) of at most %lld ms (articlectl %lld ms)\n",
+        options.runs + toolRuns + 1 + toolDrivers + 2, options.runs, toolRuns + 1, toolDrivers,
+        calls.size(), qPrintable(byKind.join(QStringLiteral(", "))), acknowledged, refused,
+        conflicts, checks.staleReads, checks.listedTwice, (longest->end - longest->start) / ms,
+        qPrintable(longest->Describe()), libraryBoundMs, toolBoundMs);
+    for (const auto& [check, examples] : checks.failures) {
+        std::printf("  FAILED %s, %d times; the first: %s\n", qPrintable(check),
+                    static_cast<int>(examples.size()), qPrintable(examples.first()));
+    }
+    const bool kept = !checks.failures.empty() && (!options.selfTest || !options.folder.isEmpty());
+    if (!checks.failures.empty()) {
+        std::printf("multi_process: FAILED %d checks%s (seed %llu)\n",
+                    static_cast<int>(checks.failures.size()),
+                    kept ? qPrintable(QStringLiteral("; the files are kept in ") + folder) : "",
+                    static_cast<unsigned long long>(options.seed));
+    }
+    if (!kept && options.folder.isEmpty()) {
+        // Nothing to look into: no failure, or the one a self-test expects.
+        QDir(folder).removeRecursively();
+    }
+    return checks.failures.empty() ? 0 : 1;
+}
