@@ -40,6 +40,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <algorithm>
+#include <cctype>
 #include <map>
 #include <set>
 
@@ -50,6 +51,7 @@
 #include "CatalogueWorkload.h"
 #include "DBManager.h"
 #include "Globals.h"
+#include "History.h"
 #include "PriceValue.h"
 #include "ScaleLabelRecognizer.h"
 #include "SqliteConnection.h"
@@ -379,92 +381,14 @@ void addArticle(Call& call, const QJsonValue& article) {
 
 // ---- The checks --------------------------------------------------------------------------------
 
-// The writes to one field (a PLU's price or name) by the value they wrote, and of the
-// acknowledged ones, ordered by their end, the latest start among those ended so far.
-struct Field {
-    std::map<QByteArray, std::vector<const Call*>> writes;
-    std::vector<std::pair<qint64, qint64>> acknowledged;
-
-    void Prepare() {
-        for (const auto& entry : writes) {
-            for (const Call* w : entry.second) {
-                if (w->outcome == 'A') {
-                    acknowledged.emplace_back(w->end, w->start);
-                }
-            }
-        }
-        std::sort(acknowledged.begin(), acknowledged.end());
-        for (size_t i = 1; i < acknowledged.size(); ++i) {
-            acknowledged[i].second = std::max(acknowledged[i].second, acknowledged[i - 1].second);
-        }
-    }
-    // The latest start of an acknowledged write that ended before `at`.
-    qint64 LatestStartEndedBefore(qint64 at) const {
-        const auto it = std::lower_bound(acknowledged.begin(), acknowledged.end(),
-                                         std::make_pair(at, LLONG_MIN));
-        return it == acknowledged.begin() ? LLONG_MIN : std::prev(it)->second;
-    }
-};
-
-struct Checks {
-    std::map<QByteArray, Field> fields;  // "p3": the price of PLU 3
-    std::map<QByteArray, std::vector<std::pair<const Call*, int>>> adds;  // barcode: call, PLU
-    std::map<QByteArray, std::pair<const Call*, int>> added;  // barcode: the acknowledged add
-    std::map<QString, QStringList> failures;                  // by the check that failed
-    int staleReads = 0;
-    int listedTwice = 0;
-
-    void Fail(const char* check, const QString& example) {
-        failures[QLatin1String(check)] << example;
-    }
-
-    // Whether `value` of `field`, answered during [start, end] (or held at the end: start ==
-    // end == LLONG_MAX), comes from a write it may come from.
-    void Read(const QByteArray& field, const QByteArray& value, qint64 start, qint64 end,
-              const QString& who) {
-        const Field& f = fields[field];
-        const qint64 superseded = f.LatestStartEndedBefore(start);
-        bool stale = false;
-        bool phantom = false;
-        const auto candidates = f.writes.find(value);
-        for (const Call* w :
-             candidates == f.writes.end() ? std::vector<const Call*>() : candidates->second) {
-            if (w->start < end && w->outcome != 'A') {
-                phantom = true;
-            } else if (w->start < end && superseded > w->end) {
-                stale = true;
-            } else if (w->start < end) {
-                return;
-            }
-        }
-        staleReads += stale && start != LLONG_MAX ? 1 : 0;
-        Fail(stale     ? start == LLONG_MAX ? "an acknowledged write is lost" : "a stale answer"
-             : phantom ? "a value of a write not acknowledged is seen"
-                       : "a value of a write not yet begun is seen",
-             QStringLiteral("%1: %2 of PLU %3 is \"%4\"")
-                 .arg(who, field[0] == 'p' ? "price" : "name", QString::fromLatin1(field.mid(1)),
-                      QString::fromUtf8(value)));
-    }
-
-    // A scan of `code` answered PLU `plu` (0 none, -1 more than one) during the call.
-    void Scan(const QByteArray& code, int plu, const Call& call) {
-        const auto acknowledged = added.find(code);
-        const bool possible =
-            plu == 0 ? acknowledged == added.end() || acknowledged->second.first->end > call.start
-                     : acknowledged != added.end() && acknowledged->second.second == plu &&
-                           acknowledged->second.first->start < call.end;
-        staleReads += !possible && plu == 0 ? 1 : 0;
-        if (!possible) {
-            Fail(plu == 0  ? "a stale answer"
-                 : plu < 0 ? "a scan finds a barcode on two articles"
-                           : "a scan finds a barcode where no acknowledged add put it",
-                 QStringLiteral("%1 on PLU %2: %3")
-                     .arg(QString::fromUtf8(code))
-                     .arg(plu)
-                     .arg(call.Describe()));
-        }
-    }
-};
+// The field an item writes or reads: "price 3", "name 3", "barcode CODE" (the PLU holding it).
+QString fieldOf(const QByteArray& item) {
+    const char type = static_cast<char>(std::tolower(item[0]));
+    return QStringLiteral("%1 %2").arg(type == 'p'   ? "price"
+                                       : type == 'n' ? "name"
+                                                     : "barcode",
+                                       QString::fromUtf8(key(item)));
+}
 
 // What the folder holds at the end, read by a process of its own: "n3 NAME", "p3 PRICE",
 // "bCODE PLU" lines, and "E why" when something is wrong.
@@ -487,91 +411,93 @@ Ended readEnd(const QString& folder) {
     });
 }
 
-void check(Checks& checks, const std::vector<Call>& calls, const QList<QByteArray>& end) {
+// Feeds the calls and the end state to the history; the articles a search listed twice. Adds
+// never replace a barcode, so at most one add of each may be acknowledged.
+int check(History& history, const std::vector<Call>& calls, const QList<QByteArray>& end) {
+    std::map<QByteArray, const Call*> added;  // barcode: its acknowledged add
     for (const Call& call : calls) {
+        const auto fail = [&](const char* kind) {
+            history.Fail(QString::fromLatin1(kind), call.Describe());
+        };
         if (call.end - call.start >
             (call.kind.startsWith("articlectl") ? toolBoundMs : libraryBoundMs) * ms) {
-            checks.Fail("a call answered after the bound", call.Describe());
+            fail("a call answered after the bound");
         }
         if (call.outcome == 'F') {
-            checks.Fail("a call failed other than busy", call.Describe());
+            fail("a call failed other than busy");
         }
         if (call.outcome == 'B' && (!call.Writes() || call.end - call.start < busyNs)) {
-            checks.Fail("a read refused as busy, or a write before the busy timeout",
-                        call.Describe());
+            fail("a read refused as busy, or a write before the busy timeout");
         }
         for (const QByteArray& item : call.items) {
-            if (item[0] == 'p' || item[0] == 'n') {
-                checks.fields[item.left(1) + key(item)].writes[value(item)].push_back(&call);
-            } else if (item[0] == 'b') {
-                checks.adds[key(item)].emplace_back(&call, value(item).toInt());
+            if (item[0] == 'b' || item[0] == 's') {
+                history.Initial(fieldOf(item), QStringLiteral("0"));
+            }
+            const auto first = added.find(key(item));
+            if (item[0] == 'b' && call.outcome == 'A' && first != added.end()) {
+                history.Fail(QStringLiteral("a barcode added to two articles"),
+                             first->second->Describe() + QStringLiteral(" and ") + call.Describe());
+            } else if (item[0] == 'b' && call.outcome == 'A') {
+                added.emplace(key(item), &call);
+            }
+            if (QByteArray("pnb").contains(item[0])) {
+                history.End(history.Begin(fieldOf(item), QString::fromUtf8(value(item)),
+                                          call.Describe(), call.start),
+                            call.outcome == 'A' ? History::Acknowledged : History::Refused,
+                            call.end);
             }
         }
     }
-    for (auto& field : checks.fields) {
-        field.second.Prepare();
-    }
-    for (const auto& [code, adds] : checks.adds) {
-        for (const auto& add : adds) {
-            if (add.first->outcome != 'A') {
-                continue;
-            }
-            if (checks.added.count(code) != 0) {
-                checks.Fail("a barcode added to two articles",
-                            QStringLiteral("%1 by %2 and %3")
-                                .arg(QString::fromUtf8(code), checks.added[code].first->Describe(),
-                                     add.first->Describe()));
-            }
-            checks.added.emplace(code, add);
-        }
-    }
+    int listedTwice = 0;
     for (const Call& call : calls) {
         QList<QByteArray> found;  // the PLUs a search listed
         for (const QByteArray& item : call.items) {
-            if (item[0] == 'P' || item[0] == 'N') {
-                found << (item[0] == 'N' ? key(item) : QByteArray());
-                checks.Read(item.left(1).toLower() + key(item), value(item), call.start, call.end,
-                            call.Describe());
-            } else if (item[0] == 's') {
-                checks.Scan(key(item), value(item).toInt(), call);
+            found << (item[0] == 'N' ? key(item) : QByteArray());
+            if (item[0] == 's' && value(item).toInt() < 0) {
+                history.Fail(QStringLiteral("a barcode is on two articles"), call.Describe());
+            } else if (QByteArray("PNs").contains(item[0])) {
+                history.Check({fieldOf(item), QString::fromUtf8(value(item)), call.Describe(),
+                               call.start, call.end});
             }
         }
-        const bool search = call.kind == "FindNameInfix" || call.kind == "articlectl-search";
         found.removeAll(QByteArray());
         const std::set<QByteArray> plus(found.cbegin(), found.cend());
+        const bool search = call.kind == "FindNameInfix" || call.kind == "articlectl-search";
         if (search && call.outcome == 'A' && plus.size() != pool) {
-            checks.Fail("a search misses an article", call.Describe());
+            history.Fail(QStringLiteral("a search misses an article"), call.Describe());
         }
         // Its two passes (prefix, then inner matches, an article not listed again when equal)
         // read at different moments: an article changed between them is listed twice.
-        checks.listedTwice += found.size() - static_cast<int>(plus.size());
+        listedTwice += found.size() - static_cast<int>(plus.size());
     }
-    std::map<QByteArray, int> held;  // barcode: the PLU it is on at the end
+    std::map<QByteArray, QStringList> held;  // barcode: the PLUs it is on at the end
+    for (const auto& code : added) {
+        held[code.first];
+    }
     for (const QByteArray& line : end) {
         const QByteArray what = line.left(line.indexOf(' '));
-        const QByteArray rest = QByteArray::fromPercentEncoding(line.mid(what.size() + 1));
+        const QString rest =
+            QString::fromUtf8(QByteArray::fromPercentEncoding(line.mid(what.size() + 1)));
         if (what == "E") {
-            checks.Fail("the file at the end is not right", QString::fromUtf8(rest));
-        } else if (what.startsWith('b') && held.count(what.mid(1)) != 0) {
-            checks.Fail("a barcode is on two articles at the end", QString::fromUtf8(what.mid(1)));
+            history.Fail(QStringLiteral("the file at the end is not right"), rest);
         } else if (what.startsWith('b')) {
-            held[what.mid(1)] = rest.toInt();
-            checks.adds[what.mid(1)];  // checked below even when no one added it
+            held[what.mid(1)] << rest;
         } else if (what.mid(1).toUInt() <= pool) {
-            checks.Read(what, rest, LLONG_MAX, LLONG_MAX, QStringLiteral("at the end"));
+            history.Check({fieldOf(what + ':'), rest, QStringLiteral("the end"), History::atEnd,
+                           History::atEnd});
         }
     }
-    for (const auto& [code, adds] : checks.adds) {
-        const int expected = checks.added.count(code) != 0 ? checks.added[code].second : 0;
-        if (held[code] != expected) {
-            checks.Fail("a barcode is not where its acknowledged add put it",
-                        QStringLiteral("%1 is on PLU %2 instead of %3 (0: none) after %4 adds")
-                            .arg(QString::fromUtf8(code))
-                            .arg(held[code])
-                            .arg(expected)
-                            .arg(adds.size()));
+    for (const auto& [code, plus] : held) {
+        const QString field = fieldOf('b' + code + ':');
+        if (plus.size() > 1) {
+            history.Fail(QStringLiteral("a barcode is on two articles"),
+                         field + QStringLiteral(" at the end"));
         }
+        history.Initial(field, QStringLiteral("0"));
+        history.Check({field, plus.isEmpty() ? QStringLiteral("0") : plus.join(' '),
+                       QStringLiteral("the end"), History::atEnd, History::atEnd});
     }
+    return listedTwice;
 }
 
 }  // namespace
@@ -663,8 +589,11 @@ int main(int argc, char** argv) {
             qPrintable(folder), static_cast<unsigned long long>(options.seed));
         return 2;
     }
-    Checks checks;
-    check(checks, calls, end.lines);
+    History history;
+    const int listedTwice = check(history, calls, end.lines);
+    const QStringList failures = history.Report();
+    const auto found = history.Finish();
+    const auto stale = found.find(QStringLiteral("a stale answer"));
 
     std::map<QByteArray, int> kinds;
     int acknowledged = 0;
@@ -689,21 +618,20 @@ int main(int argc, char** argv) {
     std::printf(
         "multi_process: %d processes (%d library, %d articlectl and its %d drivers, set-up and "
         "reader), %zu operations (%s), %d acknowledged writes, %d refused or rolled back, %d "
-        "conflicts, %d stale reads, %d "
-        "articles listed twice by a search, "
-        "longest wait %lld ms (%s) of at most %lld ms (articlectl %lld ms)\n",
+        "conflicts, %d stale reads, %d articles listed twice by a search, longest wait %lld ms "
+        "(%s) of at most %lld ms (articlectl %lld ms)\n",
         options.runs + toolRuns + 1 + toolDrivers + 2, options.runs, toolRuns + 1, toolDrivers,
         calls.size(), qPrintable(byKind.join(QStringLiteral(", "))), acknowledged, refused,
-        conflicts, checks.staleReads, checks.listedTwice, (longest->end - longest->start) / ms,
-        qPrintable(longest->Describe()), libraryBoundMs, toolBoundMs);
-    for (const auto& [check, examples] : checks.failures) {
-        std::printf("  FAILED %s, %d times; the first: %s\n", qPrintable(check),
-                    static_cast<int>(examples.size()), qPrintable(examples.first()));
+        conflicts, stale == found.end() ? 0 : static_cast<int>(stale->second.size()), listedTwice,
+        (longest->end - longest->start) / ms, qPrintable(longest->Describe()), libraryBoundMs,
+        toolBoundMs);
+    for (const QString& line : failures) {
+        std::printf("  %s\n", qPrintable(line));
     }
-    const bool kept = !checks.failures.empty() && (!options.selfTest || !options.folder.isEmpty());
-    if (!checks.failures.empty()) {
+    const bool kept = !failures.empty() && (!options.selfTest || !options.folder.isEmpty());
+    if (!failures.empty()) {
         std::printf("multi_process: FAILED %d checks%s (seed %llu)\n",
-                    static_cast<int>(checks.failures.size()),
+                    static_cast<int>(failures.size()),
                     kept ? qPrintable(QStringLiteral("; the files are kept in ") + folder) : "",
                     static_cast<unsigned long long>(options.seed));
     }
@@ -711,5 +639,5 @@ int main(int argc, char** argv) {
         // Nothing to look into: no failure, or the one a self-test expects.
         QDir(folder).removeRecursively();
     }
-    return checks.failures.empty() ? 0 : 1;
+    return failures.empty() ? 0 : 1;
 }
