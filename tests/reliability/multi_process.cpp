@@ -1,25 +1,15 @@
-// multi_process: several processes change and read one catalogue file at once, through the
-// library and through articlectl, and what each was answered is checked against what the others
-// did, in real time.
-//
-// Library processes (each starts the library on the folder as the register does, and also
-// writes in DBManager::BeginTransaction blocks, some rolled back) and drivers running articlectl
-// (edit, price set, import of a small price list, show, scan, search, barcode add) all work on
-// six PLUs, a few shared names and the same barcodes, so that they really collide. Every value
-// written is unique (writer and sequence), so a value read names the write that made it (a
-// shared name, every write of it). Each call is recorded with what it asked, its answer and its
-// CLOCK_MONOTONIC start and end, one clock for all processes. At the end:
-//  - each article's final name and price come from an acknowledged write that no other
-//    acknowledged write to that field began after; no value of a refused, busy or rolled-back
-//    write is ever seen;
-//  - no read answers a value older than one acknowledged before it began, nor one whose write
-//    had not begun when it ended; a search finds every article;
-//  - processes adding a barcode in the same tenth of a second add the same one: at most one
-//    succeeds, no scan finds it on two articles or misses it once acknowledged, and at the end it
-//    is on exactly that article; the file passes integrity_check and its lookups agree;
-//  - every call is answered within the busy timeout plus 2 s (plus 1 s for articlectl to start);
-//    a write refused because the file stayed busy (a conflict: counted, not a failure) waited
-//    the busy timeout first, and a read is never refused so.
+// multi_process: library processes (which also write in DBManager::BeginTransaction blocks,
+// some rolled back) and drivers running articlectl (edit, price set, import of a small price
+// list, show, scan, search, barcode add) change and read six PLUs of one catalogue file at once,
+// with a few shared names and the same barcodes, so that they really collide. Every call is
+// recorded with what it asked, its answer and its CLOCK_MONOTONIC start and end (one clock for
+// all processes), and checked afterwards against what the others did, in real time, by History
+// (names, prices and barcodes alike). Besides: processes adding a barcode in the same tenth of a
+// second add the same one, and at most one add may succeed; no barcode is on two articles; a
+// search finds every article; the file passes integrity_check and its lookups agree; every call
+// is answered within the busy timeout plus 2 s (plus 1 s for articlectl to start); a write
+// refused because the file stayed busy (a conflict: counted, not a failure) waited the busy
+// timeout first, and a read is never refused so.
 //
 // Usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]
 // N library processes (default 3) and 2 articlectl drivers for S seconds (default 600). Programs
