@@ -801,7 +801,7 @@ eDBOperationResult DBManager::Count(const QString& table, unsigned long& count) 
         operation, QStringLiteral("SELECT COUNT(*) FROM ") + SqlText::QuoteIdentifier(table), {},
         value);
     if (outcome == DB_OPERATION_SUCCESS) {
-        count = static_cast<unsigned long>(value.toULongLong());
+        count = static_cast<unsigned long>(qMin<qulonglong>(value.toULongLong(), 0xFFFFFFFFu));
     }
     return outcome;
 }

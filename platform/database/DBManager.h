@@ -169,6 +169,9 @@ public:
     // Removes every row of the table.
     eDBOperationResult ClearTable(const QString& table);
 
+    // The number of rows of `table`. `unsigned long` is 32 bits on the register's board (64 on a
+    // PC): a count beyond 4,294,967,295, more rows than the board's storage can hold, is given
+    // as that maximum on every platform.
     eDBOperationResult Count(const QString& table, unsigned long& count);
     // Rows matching `where` (a condition text; all rows when empty).
     eDBOperationResult CountInRange(const QString& table, const QString& where,

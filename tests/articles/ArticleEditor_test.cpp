@@ -99,6 +99,16 @@ TEST_F(ArticleEditorTest, AddedArticleReadsBackWithItsMainBarcodeNormalised) {
     found.mainBarcode = QStringLiteral("2912345001001");
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.EditRecord(found));
     EXPECT_EQ(QStringLiteral("2912345000004"), column(QStringLiteral("main_barcode")).last());
+
+    // The widest values (a price is read as 32 bits unsigned) pass the 32-bit board unharmed.
+    Article widest = sample(4294967295u, QStringLiteral("Najszerszy"));
+    widest.linkPluNo = 4294967295u;
+    widest.price = Q_INT64_C(4294967295);
+    widest.mainBarcode.clear();
+    ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(widest));
+    ASSERT_EQ(0, seeker.FindPlu(4294967295u, found, false));
+    widest.id = found.id;
+    EXPECT_EQ(widest, found);
 }
 
 TEST_F(ArticleEditorTest, DuplicatesAreRefusedByTheDatabaseWithTheStoredRowIntact) {
