@@ -15,7 +15,6 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <cstdio>
 #include <cstring>
@@ -26,6 +25,7 @@
 
 #include "ArticleManager.h"
 #include "BenchCatalogue.h"
+#include "ChildLauncher.h"
 #include "Globals.h"
 #include "Logger.h"
 #include "RatioReporter.h"
@@ -319,8 +319,10 @@ void LibImport(benchmark::State& state) {
         state.PauseTiming();
         const QString target = freshImportTarget();
         state.ResumeTiming();
-        const int exit = QProcess::execute(setup.articlectl, {QStringLiteral("--db"), target,
-                                                              QStringLiteral("import"), priceList});
+        const QStringList command =
+            childCommand(setup.articlectl,
+                         {QStringLiteral("--db"), target, QStringLiteral("import"), priceList});
+        const int exit = runChild(command, QByteArray(), {}, QString(), 3600000).exit;
         if (exit != 0) {
             state.SkipWithError("articlectl import failed");
         }
@@ -398,8 +400,7 @@ void RawImport(benchmark::State& state) {
 // Peak resident memory, in MiB, of a child process running `program` with `arguments`.
 double peakMemoryOf(const QString& program, const QStringList& arguments) {
     std::vector<std::string> strings;
-    strings.push_back(program.toStdString());
-    for (const QString& argument : arguments) {
+    for (const QString& argument : childCommand(program, arguments)) {
         strings.push_back(argument.toStdString());
     }
     std::vector<char*> argv;
@@ -411,7 +412,7 @@ double peakMemoryOf(const QString& program, const QStringList& arguments) {
     if (child == 0) {
         const int null = ::open("/dev/null", O_WRONLY);
         dup2(null, STDOUT_FILENO);
-        execv(argv[0], argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     int status = 0;

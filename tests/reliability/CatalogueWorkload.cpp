@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QVector>
@@ -18,6 +17,7 @@
 #include "ArticleManager.h"
 #include "ArticleSeeker.h"
 #include "BarcodePrefixDBManager.h"
+#include "ChildLauncher.h"
 #include "CurrencyExchangeRate.h"
 #include "DBManager.h"
 #include "Dept.h"
@@ -497,26 +497,20 @@ int runImport(const QString& database, const Change& change, const QStringList& 
         return -1;
     }
     file.close();
-    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
-    for (const QString& variable : environment) {
-        const int equals = variable.indexOf(QLatin1Char('='));
-        variables.insert(variable.left(equals), variable.mid(equals + 1));
-    }
-    QProcess tool;
-    tool.setProcessEnvironment(variables);
-    tool.start(QStringLiteral(ARTICLECTL_PATH),
-               {QStringLiteral("--db"), database, QStringLiteral("import"), list});
-    if (!tool.waitForFinished(120000) || tool.exitStatus() != QProcess::NormalExit) {
-        tool.kill();
-        tool.waitForFinished();
+    QStringList variables = environment;
+    const QStringList command = childCommand(
+        QStringLiteral(ARTICLECTL_PATH),
+        {QStringLiteral("--db"), database, QStringLiteral("import"), list}, &variables);
+    const ChildOutcome tool = runChild(command, QByteArray(), variables);
+    if (tool.exit < 0) {
         return -1;
     }
-    const QByteArray errors = tool.readAllStandardError();
+    const QByteArray& errors = tool.err;
     const int at = errors.lastIndexOf("power-cut-vfs: ");
     if (report) {
         *report = at < 0 ? QByteArray() : errors.mid(at + 15).trimmed();
     }
-    return tool.exitCode();
+    return tool.exit;
 }
 
 QStringList onPowerCutVfs(const QStringList& variables) {

@@ -13,7 +13,7 @@
 //
 // Usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]
 // N library processes (default 3) and 2 articlectl drivers for S seconds (default 600). Programs
-// are started by launch(), after ARTICLEMANAGER_CHILD_LAUNCHER (e.g. an emulator) when set.
+// are started by launch(), through the child launcher (the emulator of a cross build).
 // --self-test makes the library processes lie (a rolled-back transaction and a refused barcode
 // recorded as acknowledged, some reads answering an earlier read): the checks must find it.
 // Exit status: 0 every check held, 1 a check failed, 2 the harness failed.
@@ -39,6 +39,7 @@
 #include "ArticleManager.h"
 #include "ArticleSeeker.h"
 #include "CatalogueWorkload.h"
+#include "ChildLauncher.h"
 #include "DBManager.h"
 #include "Globals.h"
 #include "History.h"
@@ -133,13 +134,10 @@ QByteArray value(const QByteArray& item) {
 }
 
 // Runs `arguments` with its standard output and error in files; the wait status. Every program
-// this test starts goes through here, after the launcher command ARTICLEMANAGER_CHILD_LAUNCHER.
+// this test starts goes through here, and so through the child launcher.
 int launch(QStringList arguments, const QString& out, const QString& err) {
-    QStringList launcher =
-        QString::fromLocal8Bit(qgetenv("ARTICLEMANAGER_CHILD_LAUNCHER")).split(QLatin1Char(' '));
-    launcher.removeAll(QString());
     std::vector<QByteArray> bytes;
-    for (const QString& argument : launcher + arguments) {
+    for (const QString& argument : childCommand(arguments.first(), arguments.mid(1))) {
         bytes.push_back(argument.toLocal8Bit());
     }
     std::vector<char*> argv;

@@ -9,9 +9,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
+#include "ChildLauncher.h"
 #include "DBManager.h"
 
 struct Outcome {
@@ -67,24 +67,22 @@ protected:
     QString Path(const QString& name) const { return dir.filePath(name); }
     QString Path(const char* name) const { return Path(QString::fromUtf8(name)); }
 
-    // Any program in the test's folder, `input` on its standard input.
-    Outcome Run(const QString& program, const QStringList& arguments,
-                const QByteArray& input = QByteArray()) {
-        QProcess process;
-        process.setWorkingDirectory(dir.path());
-        process.start(program, arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        process.waitForFinished(60000);
-        return Outcome{process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                       QString::fromUtf8(process.readAllStandardError())};
+    // A command line (this machine's program first) run in the test's folder, `input` on its
+    // standard input.
+    Outcome Run(const QStringList& command, const QByteArray& input = QByteArray()) {
+        const ChildOutcome ran = runChild(command, input, {}, dir.path(), 60000);
+        return Outcome{ran.exit, QString::fromUtf8(ran.out), QString::fromUtf8(ran.err)};
+    }
+
+    // Runs the tool with exactly `arguments`.
+    Outcome Tool(const QStringList& arguments, const QByteArray& input = QByteArray()) {
+        return Run(childCommand(QStringLiteral(ARTICLECTL_PATH), arguments), input);
     }
 
     // Runs the tool on the test's database.
     Outcome Do(const QStringList& arguments, const QString& database = QStringLiteral("shop.db"),
                const QByteArray& input = QByteArray()) {
-        return Run(QStringLiteral(ARTICLECTL_PATH),
-                   QStringList{QStringLiteral("--db"), Path(database)} + arguments, input);
+        return Tool(QStringList{QStringLiteral("--db"), Path(database)} + arguments, input);
     }
     Outcome Do(std::initializer_list<const char*> arguments,
                const QString& database = QStringLiteral("shop.db")) {

@@ -121,11 +121,10 @@ TEST_F(Articlectl, WriteFailuresAreReportedAndNeverBlamedOnTheInput) {
     }
     const auto reader = [&](const QStringList& arguments) {
         const QStringList line = QStringList{QStringLiteral("--db"), Path("shop.db")} + arguments;
-        return asNobody ? Run(QStringLiteral("/usr/bin/setpriv"),
-                              words({"--reuid=65534", "--regid=65534", "--clear-groups",
-                                     ARTICLECTL_PATH}) +
-                                  line)
-                        : Run(QStringLiteral(ARTICLECTL_PATH), line);
+        return asNobody ? Run(words({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
+                                     "--clear-groups"}) +
+                              childCommand(QStringLiteral(ARTICLECTL_PATH), line))
+                        : Tool(line);
     };
     const QByteArray before = ReadFile("shop.db");
     const Outcome shown = reader(words({"show", "7"}));

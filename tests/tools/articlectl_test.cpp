@@ -58,8 +58,7 @@ TEST_F(Articlectl, HelpIsEverywhereAndSuggestsWhatWasMeant) {
     }
 
     // Global options anywhere on the line.
-    const Outcome late =
-        Run(QStringLiteral(ARTICLECTL_PATH), words({"count", "--json", "--db"}) << Path("shop.db"));
+    const Outcome late = Tool(words({"count", "--json", "--db"}) << Path("shop.db"));
     EXPECT_EQ(0, late.exit) << late.err.toStdString();
     EXPECT_EQ(0, late.Json()[QStringLiteral("count")].toInt(-1));
 }
