@@ -1,5 +1,7 @@
 # Defines one shared library of the project: versioned SONAME, hidden symbols, installed with
-# its public headers into the package.
+# its public headers into the package. Every library's headers go into one folder named after
+# the project, so that a consumer writes <ArticleManager/Logger.h> and names as general as
+# Logger.h never reach its include path.
 #   articlemanager_add_library(<target> OUTPUT_NAME <name> SOURCES ... HEADERS ...
 #                              [PUBLIC_LINK ...] [PRIVATE_LINK ...])
 function(articlemanager_add_library target)
@@ -14,7 +16,7 @@ function(articlemanager_add_library target)
         EXPORT_NAME ${target})
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
-        $<INSTALL_INTERFACE:${ARTICLEMANAGER_INCLUDE_INSTALL_DIR}>)
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_link_libraries(${target} PUBLIC ${ARG_PUBLIC_LINK} PRIVATE ${ARG_PRIVATE_LINK})
     # No undefined symbols may be left for the loader to find elsewhere (sanitizer runtimes
     # resolve theirs from the executable).
@@ -22,6 +24,7 @@ function(articlemanager_add_library target)
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
     install(TARGETS ${target} EXPORT ArticleManagerTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(FILES ${ARG_HEADERS} DESTINATION ${ARTICLEMANAGER_INCLUDE_INSTALL_DIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+    install(FILES ${ARG_HEADERS} DESTINATION ${ARTICLEMANAGER_INCLUDE_INSTALL_DIR}
+        COMPONENT dev)
 endfunction()

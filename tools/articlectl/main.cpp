@@ -3,12 +3,13 @@
 
 #include <QCoreApplication>
 
+#include "ArticleManagerVersion.h"
 #include "Tool.h"
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("articlectl"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(ARTICLECTL_VERSION));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ARTICLEMANAGER_VERSION));
     Tool tool;
     return tool.Run(QCoreApplication::arguments().mid(1));
 }
