@@ -90,6 +90,8 @@ set(CPACK_PACKAGE_NAME libarticlemanager)
 set(CPACK_PACKAGE_VENDOR "The libArticleManager developers")
 set(CPACK_PACKAGE_CONTACT "The libArticleManager developers <articlemanager@localhost>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+# Each package's description starts with its own summary line.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_GENERATOR DEB)
 set(CPACK_STRIP_FILES ON)
@@ -103,23 +105,23 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${systemDepends}")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "article database library of a fiscal cash register
- libArticleManager keeps a cash register's catalogue in SQLite: articles sold under PLU
- numbers, their barcodes, departments, tax rates and the barcode prefixes of weighed and
- priced goods. This package holds the library and the four platform libraries it loads
- (database access, core, signals, payment).")
+libArticleManager keeps a cash register's catalogue in SQLite: articles sold under PLU
+numbers, their barcodes, departments, tax rates and the barcode prefixes of weighed and
+priced goods. This package holds the library and the four platform libraries it loads
+(database access, core, signals, payment).")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${devPackage})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${runtimePackage} (= ${PROJECT_VERSION}), qtbase5-dev")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
     "article database library of a fiscal cash register - development files
- Headers (in include/ArticleManager), the CMake package (find_package(ArticleManager)) and the
- pkg-config file (articlemanager) for building programs against libArticleManager.")
+Headers (in include/ArticleManager), the CMake package (find_package(ArticleManager)) and the
+pkg-config file (articlemanager) for building programs against libArticleManager.")
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ${toolPackage})
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${runtimePackage} (= ${PROJECT_VERSION}), ${systemDepends}")
 set(CPACK_DEBIAN_TOOL_DESCRIPTION
     "prepares and services a cash register's article catalogue
- articlectl works on a register's article database through libArticleManager: adds and edits
- articles, scans codes as the register does, searches, imports and exports price lists,
- checks, backs up and restores the catalogue.")
+articlectl works on a register's article database through libArticleManager: adds and edits
+articles, scans codes as the register does, searches, imports and exports price lists,
+checks, backs up and restores the catalogue.")
 include(CPack)
