@@ -10,6 +10,7 @@
 
 #include "ChangeTracker.h"
 #include "DatabaseLog.h"
+#include "OffsetWalk.h"
 #include "QueryLimits.h"
 #include "SchemaCatalogue.h"
 #include "SchemaMigrator.h"
@@ -82,6 +83,7 @@ public:
     ChangeTracker changes;
     SqliteConnection connection;
     StatementRunner runner{failures, limits};
+    OffsetWalk walk{runner};
     SchemaCatalogue catalogue;
     TextSearchIndex search{runner, catalogue};
     // BeginTransaction's transaction, and the thread it belongs to.
@@ -190,6 +192,7 @@ void DBManager::Private::closeNow() {
     }
     search.Clear();
     catalogue.Clear();
+    walk.Forget();
     runner.Detach();
     connection.Close();
     state = STATE_CLOSED;
@@ -479,7 +482,15 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
         // A DELETE without a condition may empty its table without reporting rows.
         d->changes.CountUnattributedWrite();
     }
-    return d->runner.Run(operation, sql, resolved, result, d->readTimeLimitMs);
+    // A row-by-row walk by position is answered by a seek past the last row (same rows).
+    if (resolved.statement->IsReadOnly() && d->walk.Continue(sql, result, outcome)) {
+        return outcome;
+    }
+    outcome = d->runner.Run(operation, sql, resolved, result, d->readTimeLimitMs);
+    if (outcome == DB_OPERATION_SUCCESS && result) {
+        d->walk.Ran(sql, *result);
+    }
+    return outcome;
 }
 
 eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,

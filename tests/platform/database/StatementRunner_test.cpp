@@ -1,6 +1,8 @@
 // What Execute runs for a text: exactly one statement, double-quoted text as values, and the
 // pasted text of a declared template bound whole.
 
+#include <random>
+
 #include "DatabaseFixture.h"
 
 namespace {
@@ -110,4 +112,60 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
               articles->DeclareStatementTemplate("SELECT 1 WHERE 1 = ", {plain}));
     EXPECT_TRUE(log->Mentions("can be read as"));
+}
+
+TEST_F(StatementRunner, WalksByPositionAnswerAsTheTextWhateverChangesBetweenSteps) {
+    // Seeded walks through the barcodes by position, every step compared with what the text
+    // answers on a second connection, while rows come and go between steps through either
+    // connection. The walk by article_id reads an index of two columns: not in rowid order.
+    std::mt19937 random(7);
+    auto pick = [&random](int below) { return static_cast<int>(random() % unsigned(below)); };
+    for (int i = 0; i < 200; ++i) {
+        AddBarcode(1 + pick(5), QString::number(1000 + i), pick(3) == 0);
+    }
+    const char* shapes[] = {"SELECT * FROM ArticleBarcode WHERE is_main = %1 LIMIT 1%2",
+                            "SELECT * FROM ArticleBarcode WHERE article_id = %1 LIMIT 1%2"};
+    int steps = 0;
+    for (int walk = 0; walk < 24; ++walk) {
+        const int value = walk % 2 ? 1 + pick(5) : pick(2);
+        for (int n = 0;; ++n) {
+            const QString sql = QString::fromLatin1(shapes[walk % 2])
+                                    .arg(value)
+                                    .arg(n ? QStringLiteral(" OFFSET %1").arg(n) : QString());
+            DBDirectQueryResult result;
+            ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute(sql, &result)) << sql.toStdString();
+            QStringList rows;
+            for (const QVector<QVariant>& row : result.GetRows()) {
+                QStringList values;
+                for (const QVariant& value : row) {
+                    values << value.toString();
+                }
+                rows << values.join(QLatin1Char('|'));
+            }
+            ASSERT_EQ(Raw().Rows(sql), rows) << sql.toStdString();
+            ++steps;
+            if (rows.isEmpty()) {
+                break;
+            }
+            const QString id = QString::number(1 + pick(260));
+            switch (pick(24)) {
+                case 0:
+                    Raw().Exec(QStringLiteral("DELETE FROM ArticleBarcode WHERE id = ") + id);
+                    break;
+                case 1:
+                    AddBarcode(1 + pick(5), QStringLiteral("2%1").arg(n), pick(2) == 0);
+                    break;
+                case 2:
+                    articles->Execute(
+                        QStringLiteral(
+                            "UPDATE ArticleBarcode SET is_main = 1 - is_main WHERE id = ") +
+                            id,
+                        nullptr);
+                    break;
+                default:
+                    break;
+            }
+        }
+    }
+    EXPECT_GT(steps, 1000);
 }
