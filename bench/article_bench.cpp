@@ -23,7 +23,9 @@
 #include <string>
 #include <vector>
 
+#include "ArticleBarcodeManager.h"
 #include "ArticleManager.h"
+#include "Barcode.h"
 #include "BenchCatalogue.h"
 #include "ChildLauncher.h"
 #include "Globals.h"
@@ -270,6 +272,37 @@ void RawFindFirstUnusedPlu(benchmark::State& state) {
 // --- bulk work -----------------------------------------------------------------------------------
 
 // A rate of 1: every price is rewritten with its own value, so runs can repeat.
+// Every additional barcode, by position, as `articlectl barcode walk` reads them.
+void LibLoadBarcodeWalk(benchmark::State& state) {
+    ArticleBarcodeManager* barcodes = G::articleManager->GetBarcodeManager();
+    for (auto _ : state) {
+        eDBOperationResult result = DB_OPERATION_SUCCESS;
+        unsigned int index = 0;
+        while (barcodes->LoadBarcode(result, index), result == DB_OPERATION_SUCCESS) {
+            ++index;
+        }
+        state.counters["barcodes"] = index;
+    }
+}
+
+// The same rows through one cursor.
+void RawBarcodeCursor(benchmark::State& state) {
+    sqlite3_stmt* statement = prepareRaw("SELECT * FROM ArticleBarcode WHERE is_main = 0");
+    for (auto _ : state) {
+        int rows = 0;
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            benchmark::DoNotOptimize(sqlite3_column_int64(statement, 0));
+            benchmark::DoNotOptimize(sqlite3_column_int64(statement, 1));
+            benchmark::DoNotOptimize(sqlite3_column_text(statement, 2));
+            benchmark::DoNotOptimize(sqlite3_column_int(statement, 3));
+            ++rows;
+        }
+        sqlite3_reset(statement);
+        state.counters["barcodes"] = rows;
+    }
+    sqlite3_finalize(statement);
+}
+
 void LibChangeAllArticlesPrices(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(G::articleManager->GetEditor()->ChangeAllArticlesPrices(
@@ -560,6 +593,8 @@ int main(int argc, char** argv) {
     slow(RegisterBenchmark("raw/FindNamePrefix", RawFindNamePrefix), 3);
     slow(RegisterBenchmark("lib/FindFirstUnusedPlu", LibFindFirstUnusedPlu), 5);
     slow(RegisterBenchmark("raw/FindFirstUnusedPlu", RawFindFirstUnusedPlu), 3);
+    slow(RegisterBenchmark("lib/LoadBarcode walk", LibLoadBarcodeWalk), 2);
+    slow(RegisterBenchmark("raw/LoadBarcode walk", RawBarcodeCursor), 2);
     slow(RegisterBenchmark("lib/ChangeAllArticlesPrices", LibChangeAllArticlesPrices), 2);
     slow(RegisterBenchmark("raw/ChangeAllArticlesPrices", RawChangeAllArticlesPrices), 2);
     slow(RegisterBenchmark("lib/start-up (XCLASS_gArticleManager::Initialize)", LibStartUp), 20);
@@ -579,6 +614,7 @@ int main(int argc, char** argv) {
                                {"FindNamePrefix", 0, 1000},
                                {"FindFirstUnusedPlu", 0, 100000},
                                {"ChangeAllArticlesPrices", 1.2, 0},
+                               {"LoadBarcode walk", 0, 0},
                                {"articlectl import", 3.0, 0},
                                {"start-up (XCLASS_gArticleManager::Initialize)", 0, 10000},
                                {"peak RSS of articlectl search", 0, 20},
