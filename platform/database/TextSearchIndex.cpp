@@ -18,6 +18,7 @@
 
 #include "SchemaCatalogue.h"
 #include "SqlText.h"
+#include "SqliteStatement.h"
 #include "SqliteTransaction.h"
 #include "StatementRunner.h"
 #include "UnicodeText.h"
@@ -144,9 +145,11 @@ struct Candidate {
 // The rowids of the candidates in the order the plain statement would list them, the first
 // `limit` only when `limit` > 0.
 QVector<qint64> orderedRowids(QVector<Candidate>& matching, int limit) {
-    std::sort(matching.begin(), matching.end());
     if (limit > 0 && matching.size() > limit) {
+        std::partial_sort(matching.begin(), matching.begin() + limit, matching.end());
         matching.resize(limit);
+    } else {
+        std::sort(matching.begin(), matching.end());
     }
     QVector<qint64> rowids;
     rowids.reserve(matching.size());
@@ -160,6 +163,73 @@ QVector<qint64> orderedRowids(QVector<Candidate>& matching, int limit) {
 QByteArray columnBytes(sqlite3_stmt* statement, int column) {
     return QByteArray(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
                       sqlite3_column_bytes(statement, column));
+}
+
+// Whether a text converts to UTF-8 here as SQLite converts it when bound: not so for a lone
+// surrogate, which the two encode differently.
+bool pairedSurrogates(const QString& text) {
+    for (int i = 0; i < text.size(); ++i) {
+        if (text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
+            ++i;
+        } else if (text[i].isSurrogate()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Notes a search reads along with the index before it folds them: folding is a durable write
+// (a sync of the file), reading a few noted rows costs far less.
+constexpr int maxUnfoldedNotes = 256;
+
+// Case forms of an exact name looked up on an index ignoring case, at most.
+constexpr int maxNameForms = 16;
+// Rows AnswerLike hands back at most; callers that read more run the statement itself.
+constexpr int maxAnsweredRows = 1000;
+// Statement texts whose shape AnswerLike remembers.
+constexpr int maxLikeShapes = 64;
+
+// For every code point whose case fold others share, all of them (itself included): LIKE takes
+// "K", "k" and KELVIN SIGN for one another, an index ignoring case only the first two.
+const QHash<uint, QVector<uint>>& foldClasses() {
+    static const QHash<uint, QVector<uint>> classes = [] {
+        QHash<uint, QVector<uint>> byFold;
+        for (uint c = 0; c <= 0x10FFFF; ++c) {
+            if (c >= 0xD800 && c <= 0xDFFF) {
+                continue;
+            }
+            const uint folded = UnicodeText::Fold(c);
+            if (folded != c) {
+                QVector<uint>& members = byFold[folded];
+                if (members.isEmpty()) {
+                    members.append(folded);
+                }
+                members.append(c);
+            }
+        }
+        QHash<uint, QVector<uint>> classes;
+        for (auto it = byFold.cbegin(); it != byFold.cend(); ++it) {
+            for (uint member : it.value()) {
+                classes.insert(member, it.value());
+            }
+        }
+        return classes;
+    }();
+    return classes;
+}
+
+// The code points an index under NOCASE (which folds ASCII letters only) must be asked for so
+// as to find every text LIKE takes for `c`.
+QVector<uint> noCaseForms(uint c) {
+    const QVector<uint> members = foldClasses().value(c, QVector<uint>{c});
+    QVector<uint> forms;
+    for (uint member : members) {
+        const uint asNoCase = (member >= 'A' && member <= 'Z') ? member + ('a' - 'A') : member;
+        if (!forms.contains(asNoCase)) {
+            forms.append(asNoCase);
+        }
+    }
+    return forms;
 }
 
 }  // namespace
@@ -314,16 +384,22 @@ void TextSearchIndex::Describe() {
                     contentColumns.append(QStringLiteral("c.") + column);
                 }
                 index.anyPending = QStringLiteral("SELECT EXISTS (SELECT 1 FROM %1)").arg(p);
+                index.manyPending =
+                    QStringLiteral("SELECT EXISTS (SELECT 1 FROM %1 LIMIT 1 OFFSET %2)")
+                        .arg(p)
+                        .arg(maxUnfoldedNotes);
                 index.pendingIds = QStringLiteral(" UNION ALL SELECT id FROM ") + p;
                 index.foldRemoved = QStringLiteral(
                                         "INSERT INTO %1 (%1, rowid, %2) SELECT 'delete', id, %2 "
                                         "FROM %3 WHERE indexed")
                                         .arg(i, columns, p)
                                         .toUtf8();
+                // Driven from the notes (CROSS JOIN keeps them the outer loop): a fold costs
+                // the rows written, not the size of the catalogue.
                 index.foldWritten =
                     QStringLiteral(
-                        "INSERT INTO %1 (rowid, %2) SELECT c.rowid, %3 FROM %4 AS c JOIN %5 AS p "
-                        "ON c.rowid = p.id")
+                        "INSERT INTO %1 (rowid, %2) SELECT c.rowid, %3 FROM %5 AS p CROSS JOIN "
+                        "%4 AS c ON c.rowid = p.id")
                         .arg(i, columns, contentColumns.join(QStringLiteral(", ")), c, p)
                         .toUtf8();
                 index.foldAll =
@@ -339,6 +415,7 @@ void TextSearchIndex::Describe() {
 
 void TextSearchIndex::Clear() {
     indexes.clear();
+    likeShapes.clear();
     trigramFrequencies.clear();
     memo = CandidateMemo();
 }
@@ -351,7 +428,7 @@ QString TextSearchIndex::indexedRows(const Index& index) {
            index.pendingIds + QLatin1Char(')');
 }
 
-void TextSearchIndex::fold(const Index& index) {
+void TextSearchIndex::fold(const Index& index, bool always) {
     if (index.anyPending.isEmpty()) {
         return;
     }
@@ -367,7 +444,7 @@ void TextSearchIndex::fold(const Index& index) {
         return true;
     };
     bool pending = false;
-    if (!ask(index.anyPending, pending) || !pending ||
+    if (!ask(always ? index.anyPending : index.manyPending, pending) || !pending ||
         sqlite3_db_readonly(runner.Connection(), "main") == 1) {
         return;
     }
@@ -401,12 +478,12 @@ void TextSearchIndex::fold(const Index& index) {
 
 void TextSearchIndex::FoldAll() {
     for (const Index& index : qAsConst(indexes)) {
-        fold(index);
+        fold(index, true);
     }
 }
 
 bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column, const Index& index,
-                                 const QString& match, QVector<SearchCandidate>& rows) {
+                                 const QString& match, Candidates& found) {
     // PRAGMA data_version sees the commits of other connections, the change count this
     // connection's own writes. Read before the rows, so that a change in between only makes
     // the memo look older than it is. Nothing is remembered inside a transaction: a rollback
@@ -424,37 +501,45 @@ bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column, c
         table->GetName() + QLatin1Char('\x1f') + column->GetName() + QLatin1Char('\x1f') + match;
     if (dataVersion >= 0 && memo.lookup == lookup && memo.dataVersion == dataVersion &&
         memo.changes == changes && memo.schemaVersion == catalogue.Version()) {
-        rows = memo.rows;
+        found = memo.found;  // shared, not copied
+        if (memo.found.rows.size() > maxKeptCandidates) {
+            memo = CandidateMemo();
+        }
         return true;
     }
-    memo.lookup.clear();
-    memo.rows.clear();
+    memo = CandidateMemo();
     const QString sql = QStringLiteral("SELECT rowid, ") + column->GetQuotedName() +
                         QStringLiteral(" FROM ") + table->GetQuotedName() +
                         QStringLiteral(" WHERE ") + indexedRows(index);
-    const StatementRunner::Lease found = runner.TryPrepare(sql);
-    if (!found) {
+    const StatementRunner::Lease query = runner.TryPrepare(sql);
+    if (!query) {
         return false;
     }
-    found->Bind(1, match);
-    sqlite3_stmt* handle = found->Handle();
+    query->Bind(1, match);
+    sqlite3_stmt* handle = query->Handle();
     int rc = SQLITE_OK;
+    Candidates rows;
     while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
         const int type = sqlite3_column_type(handle, 1);
-        rows.append(SearchCandidate{sqlite3_column_int64(handle, 0), type,
-                                    type == SQLITE_NULL ? QByteArray() : columnBytes(handle, 1)});
+        const char* text = type == SQLITE_NULL
+                               ? nullptr
+                               : reinterpret_cast<const char*>(sqlite3_column_text(handle, 1));
+        const int bytes = text ? sqlite3_column_bytes(handle, 1) : 0;
+        rows.rows.append(
+            SearchCandidate{sqlite3_column_int64(handle, 0), type, rows.texts.size(), bytes});
+        rows.texts.append(text, bytes);
     }
     if (rc != SQLITE_DONE) {
         return false;
     }
-    if (dataVersion >= 0 && rows.size() <= maxMemoCandidates &&
-        sqlite3_get_autocommit(connection)) {
+    if (dataVersion >= 0 && sqlite3_get_autocommit(connection)) {
         memo.lookup = lookup;
         memo.dataVersion = dataVersion;
         memo.changes = changes;
         memo.schemaVersion = catalogue.Version();
-        memo.rows = rows;
+        memo.found = rows;
     }
+    found = rows;
     return true;
 }
 
@@ -474,33 +559,35 @@ bool TextSearchIndex::LoadLike(const DBTable* table, const DBField* field,
         return false;
     }
     const QString pattern = field->GetValue().toString();
+    if (!pairedSurrogates(pattern)) {
+        return false;
+    }
     const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
     if (match.isEmpty()) {
         return false;
     }
     fold(*index);
     // Candidates: the rows holding the run's trigrams in any indexed column.
-    QVector<SearchCandidate> found;
+    Candidates found;
     if (!candidates(table, column, *index, match, found)) {
         return false;
     }
     const QByteArray utf8 = pattern.toUtf8();
     const UnicodeText::LikePattern like(utf8.constData(), utf8.size(), 0);
     QVector<Candidate> matching;
-    for (const SearchCandidate& candidate : qAsConst(found)) {
-        if (candidate.type == SQLITE_NULL ||
-            !like.Matches(candidate.text.constData(), candidate.text.size())) {
+    for (const SearchCandidate& candidate : qAsConst(found.rows)) {
+        const char* text = found.texts.constData() + candidate.offset;
+        if (candidate.type == SQLITE_NULL || !like.Matches(text, candidate.bytes)) {
             continue;
         }
         if (sortKey == SortKey::Column && candidate.type != SQLITE_TEXT) {
             return false;  // mixed storage classes sort differently; leave it to SQLite
         }
-        matching.append(
-            Candidate{sortKey == SortKey::UpperColumn
-                          ? UnicodeText::Upper(candidate.text.constData(), candidate.text.size())
-                      : sortKey == SortKey::Column ? candidate.text
-                                                   : QByteArray(),
-                      candidate.rowid});
+        matching.append(Candidate{sortKey == SortKey::UpperColumn
+                                      ? UnicodeText::Upper(text, candidate.bytes)
+                                  : sortKey == SortKey::Column ? QByteArray(text, candidate.bytes)
+                                                               : QByteArray(),
+                                  candidate.rowid});
     }
     return loadRowsInOrder(table, orderedRowids(matching, limit), result);
 }
@@ -619,4 +706,218 @@ bool TextSearchIndex::LoadPrefix(const DBTable* table, const DBColumn* column,
         }
     }
     return loadRowsInOrder(table, orderedRowids(matching, 0), result);
+}
+
+bool TextSearchIndex::ignoringCaseRowids(const DBTable* table, const DBColumn* column,
+                                         const QString& text, QVector<qint64>& rowids) {
+    if (!catalogue.LeadsANoCaseIndex(table->GetName(), column->GetName()) ||
+        text.contains(QChar(0))) {
+        return false;
+    }
+    // The texts LIKE takes for `text` begin, under NOCASE, with one of these forms of its first
+    // letters; every text that does is a candidate, checked with LIKE itself.
+    QVector<QString> forms{QString()};
+    int formed = 0;
+    const QVector<uint> codePoints = text.toUcs4();
+    for (; formed < codePoints.size(); ++formed) {
+        const QVector<uint> options = noCaseForms(codePoints[formed]);
+        if (forms.size() * options.size() > maxNameForms) {
+            break;
+        }
+        QVector<QString> longer;
+        for (const QString& form : qAsConst(forms)) {
+            for (uint option : options) {
+                longer.append(form + QString::fromUcs4(&option, 1));
+            }
+        }
+        forms = longer;
+    }
+    if (formed < qMin(codePoints.size(), trigramLength)) {
+        return false;
+    }
+    const QString c = column->GetQuotedName();
+    const QString t = table->GetQuotedName();
+    // Texts from the form up to the form followed by a byte no UTF-8 text holds; numbers sort
+    // before every text and blobs after, and LIKE reads both as text: they are candidates too.
+    const StatementRunner::Lease inRange = runner.TryPrepare(
+        QStringLiteral("SELECT rowid, %1 FROM %2 WHERE %1 COLLATE NOCASE >= ?1 AND %1 COLLATE "
+                       "NOCASE < ?2")
+            .arg(c, t));
+    const StatementRunner::Lease notText = runner.TryPrepare(
+        QStringLiteral("SELECT rowid, %1 FROM %2 WHERE %1 COLLATE NOCASE < '' UNION ALL SELECT "
+                       "rowid, %1 FROM %2 WHERE %1 COLLATE NOCASE >= X''")
+            .arg(c, t));
+    if (!inRange || !notText) {
+        return false;
+    }
+    const QByteArray utf8 = text.toUtf8();
+    const UnicodeText::LikePattern like(utf8.constData(), utf8.size(), 0);
+    auto collect = [&](sqlite3_stmt* statement) {
+        int rc = SQLITE_OK;
+        while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
+            const char* value = reinterpret_cast<const char*>(sqlite3_column_text(statement, 1));
+            if (value && like.Matches(value, sqlite3_column_bytes(statement, 1))) {
+                rowids.append(sqlite3_column_int64(statement, 0));
+            }
+        }
+        sqlite3_reset(statement);
+        return rc == SQLITE_DONE;
+    };
+    for (const QString& form : qAsConst(forms)) {
+        const QByteArray low = form.toUtf8();
+        sqlite3_bind_text(inRange->Handle(), 1, low.constData(), low.size(), SQLITE_STATIC);
+        const QByteArray high = low + '\xF5';
+        sqlite3_bind_text(inRange->Handle(), 2, high.constData(), high.size(), SQLITE_STATIC);
+        if (!collect(inRange->Handle())) {
+            return false;
+        }
+    }
+    if (!collect(notText->Handle())) {
+        return false;
+    }
+    std::sort(rowids.begin(), rowids.end());
+    rowids.erase(std::unique(rowids.begin(), rowids.end()), rowids.end());
+    return true;
+}
+
+bool TextSearchIndex::likeRowids(const DBTable* table, const DBColumn* column,
+                                 const QString& pattern, QVector<qint64>& rowids) {
+    if (!keyIsRowid(table)) {
+        return false;
+    }
+    if (!pattern.contains(QLatin1Char('%')) && !pattern.contains(QLatin1Char('_')) &&
+        ignoringCaseRowids(table, column, pattern, rowids)) {
+        return true;
+    }
+    rowids.clear();
+    const auto index = indexes.constFind(table->GetName());
+    if (index == indexes.constEnd() || !index->columns.contains(column->GetName())) {
+        return false;
+    }
+    const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
+    if (match.isEmpty()) {
+        return false;
+    }
+    // Not folded here: the caller folds before it starts reading.
+    Candidates found;
+    if (!candidates(table, column, *index, match, found)) {
+        return false;
+    }
+    const QByteArray utf8 = pattern.toUtf8();
+    const UnicodeText::LikePattern like(utf8.constData(), utf8.size(), 0);
+    for (const SearchCandidate& candidate : qAsConst(found.rows)) {
+        if (candidate.type != SQLITE_NULL &&
+            like.Matches(found.texts.constData() + candidate.offset, candidate.bytes)) {
+            rowids.append(candidate.rowid);
+        }
+    }
+    std::sort(rowids.begin(), rowids.end());
+    return true;
+}
+
+bool TextSearchIndex::scansInRowidOrder(SqliteStatement& statement, const DBTable* table) {
+    const StatementRunner::Lease plan =
+        runner.TryPrepare(QStringLiteral("EXPLAIN QUERY PLAN ") + statement.Text());
+    if (!plan) {
+        return false;
+    }
+    QStringList details;
+    while (sqlite3_step(plan->Handle()) == SQLITE_ROW) {
+        details << QString::fromUtf8(
+            reinterpret_cast<const char*>(sqlite3_column_text(plan->Handle(), 3)));
+    }
+    return details == QStringList{QStringLiteral("SCAN ") + table->GetName()} ||
+           details == QStringList{QStringLiteral("SCAN TABLE ") + table->GetName()};
+}
+
+bool TextSearchIndex::AnswerLike(SqliteStatement& statement, const QVector<QVariant>& values,
+                                 int rowsRead, DBDirectQueryResult& result) {
+    if (rowsRead <= 0 || rowsRead > maxAnsweredRows || values.size() != 1 ||
+        values.first().userType() != QMetaType::QString ||
+        !pairedSurrogates(values.first().toString())) {
+        return false;
+    }
+    if (likeShapes.size() > maxLikeShapes && !likeShapes.contains(statement.Text())) {
+        likeShapes.clear();
+    }
+    LikeShape& shape = likeShapes[statement.Text()];
+    if (shape.schemaVersion != catalogue.Version()) {
+        static const QRegularExpression form(
+            QStringLiteral("^\\s*SELECT\\s+\\*\\s+FROM\\s+(\\w+)\\s+WHERE\\s+(\\w+)\\s+like\\s+\\?"
+                           "\\s*;?\\s*$"),
+            QRegularExpression::CaseInsensitiveOption);
+        const QRegularExpressionMatch parts = form.match(statement.Text());
+        const DBTable* table =
+            parts.hasMatch() ? catalogue.Tables().value(parts.captured(1), nullptr) : nullptr;
+        shape = LikeShape();
+        shape.schemaVersion = catalogue.Version();
+        shape.served =
+            table && table->GetColumn(parts.captured(2)) && scansInRowidOrder(statement, table);
+        if (shape.served) {
+            shape.table = table->GetName();
+            shape.column = parts.captured(2);
+        }
+    }
+    if (!shape.served) {
+        return false;
+    }
+    const DBTable* table = catalogue.Tables().value(shape.table, nullptr);
+    const DBColumn* column = table ? table->GetColumn(shape.column) : nullptr;
+    if (!column) {
+        return false;
+    }
+    sqlite3* connection = runner.Connection();
+    // One snapshot for the index lookups and the rows, as the statement would read.
+    struct ReadTransaction {
+        sqlite3* connection;
+        bool begun;
+        explicit ReadTransaction(sqlite3* connection)
+            : connection(connection)
+            , begun(sqlite3_get_autocommit(connection) &&
+                    sqlite3_exec(connection, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK) {}
+        ~ReadTransaction() {
+            if (begun) {
+                sqlite3_exec(connection, "COMMIT", nullptr, nullptr, nullptr);
+            }
+        }
+    };
+    QVector<qint64> rowids;
+    // The fold writes: before the read begins.
+    const auto index = indexes.constFind(table->GetName());
+    if (index != indexes.constEnd()) {
+        fold(*index);
+    }
+    const ReadTransaction read(connection);
+    if (!likeRowids(table, column, values.first().toString(), rowids)) {
+        return false;
+    }
+    if (rowids.size() > rowsRead) {
+        rowids.resize(rowsRead);
+    }
+    const StatementRunner::Lease byRowid =
+        runner.TryPrepare(QStringLiteral("SELECT * FROM ") + table->GetQuotedName() +
+                          QStringLiteral(" WHERE rowid = ?"));
+    if (!byRowid) {
+        return false;
+    }
+    DBDirectQueryResult rows;
+    rows.SetColumnNames(statement.ColumnNames());
+    const int columnCount = byRowid->ColumnCount();
+    if (columnCount != rows.ColumnCount()) {
+        return false;
+    }
+    for (const qint64 rowid : qAsConst(rowids)) {
+        sqlite3_bind_int64(byRowid->Handle(), 1, rowid);
+        if (sqlite3_step(byRowid->Handle()) != SQLITE_ROW) {
+            return false;
+        }
+        QVector<QVariant> row(columnCount);
+        for (int i = 0; i < columnCount; ++i) {
+            row[i] = byRowid->ColumnValue(i);
+        }
+        rows.AppendRow(row);
+        sqlite3_reset(byRowid->Handle());
+    }
+    result = rows;
+    return true;
 }
