@@ -486,6 +486,12 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
     if (resolved.statement->IsReadOnly() && d->walk.Continue(sql, result, outcome)) {
         return outcome;
     }
+    // A scan for a name or a name pattern is answered through an index (same rows, same order).
+    if (result && resolved.statement->IsReadOnly() &&
+        d->search.AnswerLike(*resolved.statement.get(), resolved.values, resolved.rowsRead,
+                             *result)) {
+        return outcome;
+    }
     outcome = d->runner.Run(operation, sql, resolved, result, d->readTimeLimitMs);
     if (outcome == DB_OPERATION_SUCCESS && result) {
         d->walk.Ran(sql, *result);

@@ -97,10 +97,12 @@ bool SchemaCatalogue::Refresh(sqlite3* connection) {
 void SchemaCatalogue::describeIndexes(sqlite3* connection) {
     leadingIndexColumns.clear();
     uniqueColumns.clear();
+    noCaseColumns.clear();
     OneOff indexes(connection,
                    "SELECT l.\"unique\", (SELECT COUNT(*) FROM pragma_index_info(l.name)), "
-                   "(SELECT name FROM pragma_index_info(l.name) WHERE seqno = 0) "
-                   "FROM pragma_index_list(?1) AS l");
+                   "x.name, x.coll, l.partial "
+                   "FROM pragma_index_list(?1) AS l, pragma_index_xinfo(l.name) AS x "
+                   "WHERE x.seqno = 0");
     if (!indexes.statement) {
         return;
     }
@@ -112,6 +114,14 @@ void SchemaCatalogue::describeIndexes(sqlite3* connection) {
                 continue;  // an index on an expression
             }
             const QString column = textOf(indexes.statement, 2);
+            const QString collation = textOf(indexes.statement, 3);
+            if (collation.compare(QLatin1String("NOCASE"), Qt::CaseInsensitive) == 0) {
+                // Ordered otherwise than the column: good only for lookups ignoring case.
+                if (sqlite3_column_int(indexes.statement, 4) == 0) {
+                    noCaseColumns[it.key()].insert(column);
+                }
+                continue;
+            }
             leadingIndexColumns[it.key()].insert(column);
             if (sqlite3_column_int(indexes.statement, 0) != 0 &&
                 sqlite3_column_int(indexes.statement, 1) == 1) {
@@ -144,10 +154,15 @@ bool SchemaCatalogue::HasUniqueIndex(const QString& table, const QString& column
     return uniqueColumns.value(table).contains(column);
 }
 
+bool SchemaCatalogue::LeadsANoCaseIndex(const QString& table, const QString& column) const {
+    return noCaseColumns.value(table).contains(column);
+}
+
 void SchemaCatalogue::Clear() {
     versionQuery.reset();
     tables.clear();
     leadingIndexColumns.clear();
     uniqueColumns.clear();
+    noCaseColumns.clear();
     version = -1;
 }

@@ -28,6 +28,8 @@ public:
     const QHash<QString, DBTable*>& Tables() const { return tables; }
     bool LeadsAnIndex(const QString& table, const QString& column) const;
     bool HasUniqueIndex(const QString& table, const QString& column) const;
+    // Whether a whole-table index ordered by the column under COLLATE NOCASE leads with it.
+    bool LeadsANoCaseIndex(const QString& table, const QString& column) const;
     // The schema version last described (-1 before the first).
     qint64 Version() const { return version; }
     // Forgets everything; called when the connection closes.
@@ -40,6 +42,7 @@ private:
     std::vector<std::unique_ptr<DBTable>> described;
     QHash<QString, QSet<QString>> leadingIndexColumns;
     QHash<QString, QSet<QString>> uniqueColumns;
+    QHash<QString, QSet<QString>> noCaseColumns;
     qint64 version = -1;
     std::unique_ptr<SqliteStatement> versionQuery;
 };
