@@ -50,6 +50,7 @@ struct Setup {
     std::vector<QString> barcodes;       // main barcodes of packaged goods
     std::vector<QString> labels;         // scale labels of weighed goods
     std::vector<QString> labelArticles;  // the article barcodes those labels carry
+    std::vector<QString> names;          // exact names, in the case the cashier types them
     QString nameInfix;                   // a rare piece of one name
     QString commonInfix;                 // words that hundreds of names share
     QString barcodeInfix;                // a rare piece of one barcode
@@ -72,6 +73,7 @@ void pickSamples() {
     for (int i = 0; i < lookupSamples; ++i) {
         const GeneratedArticle article = generator.Generate(index(random));
         setup.plus.push_back(article.article.pluNo);
+        setup.names.push_back(i % 2 ? article.article.name.toUpper() : article.article.name);
         if (article.weighed) {
             setup.labels.push_back(
                 ean13(article.article.mainBarcode.left(7) +
@@ -193,6 +195,48 @@ void RawFindArticleByBarcode(benchmark::State& state, const std::vector<QString>
 }
 
 // --- searches ----------------------------------------------------------------------------------
+
+// An exact name, as ArticleEditor checks before every add.
+void LibFindName(benchmark::State& state) {
+    ArticleSeeker* seeker = G::articleManager->GetSeeker();
+    size_t i = 0;
+    for (auto _ : state) {
+        Article article;
+        benchmark::DoNotOptimize(seeker->FindName(setup.names[i++ % setup.names.size()], article));
+    }
+}
+
+// The floor: one seek on the index of names ignoring case.
+void RawFindName(benchmark::State& state) {
+    sqlite3_stmt* statement =
+        prepareRaw("SELECT * FROM Article WHERE art_name = ? COLLATE NOCASE LIMIT 1");
+    size_t i = 0;
+    for (auto _ : state) {
+        bindText(statement, 1, setup.names[i++ % setup.names.size()]);
+        benchmark::DoNotOptimize(drain(statement));
+    }
+    sqlite3_finalize(statement);
+}
+
+// The search a cashier makes right after an article was renamed (here by another connection,
+// as the back office would): it brings the search index up to date first.
+void LibFirstSearchAfterEdit(benchmark::State& state) {
+    sqlite3_stmt* rename = prepareRaw("UPDATE Article SET art_name = ? WHERE plu_no = ?");
+    const Article renamed = setup.catalogue->Generator().Generate(setup.size / 2).article;
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        bindText(rename, 1, renamed.name + (round++ % 2 ? QStringLiteral(" *") : QString()));
+        sqlite3_bind_int64(rename, 2, renamed.pluNo);
+        sqlite3_step(rename);
+        sqlite3_reset(rename);
+        state.ResumeTiming();
+        QVector<Article> found;
+        benchmark::DoNotOptimize(
+            G::articleManager->GetSeeker()->FindNameInfix(setup.nameInfix, found));
+    }
+    sqlite3_finalize(rename);
+}
 
 void LibFindNameInfix(benchmark::State& state) {
     for (auto _ : state) {
@@ -580,6 +624,9 @@ int main(int argc, char** argv) {
                             &setup.labels));
     quick(RegisterBenchmark("raw/FindArticleByBarcode scale label", RawFindArticleByBarcode,
                             &setup.labelArticles));
+    quick(RegisterBenchmark("lib/FindName", LibFindName));
+    quick(RegisterBenchmark("raw/FindName", RawFindName));
+    slow(RegisterBenchmark("lib/first search after an edit", LibFirstSearchAfterEdit), 50);
     quick(RegisterBenchmark("lib/FindNameInfix", LibFindNameInfix));
     slow(RegisterBenchmark("raw/FindNameInfix", RawInfix, "art_name", &setup.nameInfix), 3);
     quick(RegisterBenchmark("lib/FindNameInfix, common words", LibFindCommonNameInfix));
@@ -608,6 +655,8 @@ int main(int argc, char** argv) {
                                {"FindPlu", 1.5, 0},
                                {"FindArticleByBarcode", 1.5, 0},
                                {"FindArticleByBarcode scale label", 1.5, 0},
+                               {"FindName", 0, 100},
+                               {"first search after an edit", 0, 1000},
                                {"FindNameInfix", 0, 1000},
                                {"FindNameInfix, common words", 0, 0},
                                {"FindByBarcodeInfix", 0, 1000},
