@@ -144,7 +144,15 @@ bool BenchCatalogue::build(const QString& path, bool withArticles) {
 }
 
 QString BenchCatalogue::PriceList() {
-    const QString path = QStringLiteral("%1/catalogue-%2.csv").arg(folder).arg(size);
+    return writePriceList(QStringLiteral("%1/catalogue-%2.csv").arg(folder).arg(size), 0, size);
+}
+
+QString BenchCatalogue::Additions(int count) {
+    return writePriceList(QStringLiteral("%1/additions-%2-%3.csv").arg(folder).arg(size).arg(count),
+                          size, count);
+}
+
+QString BenchCatalogue::writePriceList(const QString& path, int first, int count) {
     if (QFile::exists(path)) {
         return path;
     }
@@ -155,7 +163,7 @@ QString BenchCatalogue::PriceList() {
     file.write(
         "plu,name,price,tax,dept,unit,precision,barcode,extra_barcodes,blocked,pack,no_discounts,"
         "free_price,handy,scale,link_plu\r\n");
-    for (int index = 0; index < size; ++index) {
+    for (int index = first; index < first + count; ++index) {
         const GeneratedArticle generated = generator.Generate(index);
         const Article& a = generated.article;
         const QStringList fields = {QString::number(a.pluNo),

@@ -22,11 +22,15 @@ public:
     QString Database();
     // The catalogue as a CSV price list, in the form articlectl exports.
     QString PriceList();
+    // A price list of `count` articles that follow the catalogue's last one (new PLUs, names
+    // and barcodes).
+    QString Additions(int count);
     // A database with the schema and settings but no articles, for imports.
     QString EmptyDatabase();
 
 private:
     bool build(const QString& path, bool withArticles);
+    QString writePriceList(const QString& path, int first, int count);
 
     QString folder;
     int size;
