@@ -2,6 +2,7 @@
 // them.
 
 #include "ArticlectlFixture.h"
+#include "CatalogueGenerator.h"
 
 TEST_F(Articlectl, PolishSpreadsheetExportsAreRead) {
     WriteFile("cennik.csv",
@@ -218,4 +219,36 @@ TEST_F(Articlectl, ExportAndImportRoundTripToTheSameFile) {
                          .exit);
         EXPECT_EQ(first, ReadFile(copy + QStringLiteral(".again"))) << exported;
     }
+}
+
+TEST_F(Articlectl, ExportsACatalogueOfManyPagesAsItWasImported) {
+    // More articles than one page of the walk and one read of additional barcodes.
+    const CatalogueGenerator generator(5, 3);
+    QByteArray list =
+        "plu,name,price,tax,dept,unit,precision,barcode,extra_barcodes,blocked,pack,no_discounts,"
+        "free_price,handy,scale,link_plu\r\n";
+    for (const GeneratedArticle& generated : generator.Batch(1234)) {
+        const Article& a = generated.article;
+        QString name = a.name;
+        if (name.contains(',') || name.contains('"')) {
+            name = '"' + name.replace('"', "\"\"") + '"';
+        }
+        list += QStringLiteral("%1,%2,%3.%4,%5,%6,1,%7,%8,%9,0,%10,0,0,%11,%12,0\r\n")
+                    .arg(a.pluNo)
+                    .arg(name)
+                    .arg(a.price / 100)
+                    .arg(a.price % 100, 2, 10, QLatin1Char('0'))
+                    .arg(a.taxRateNo)
+                    .arg(a.deptNo)
+                    .arg(a.quantityPrecision)
+                    .arg(a.mainBarcode, generated.extraBarcodes.join(' '))
+                    .arg(int(a.isPack))
+                    .arg(int(a.onHandyList))
+                    .arg(a.scaleNo)
+                    .toUtf8();
+    }
+    WriteFile("many.csv", list);
+    ASSERT_EQ(0, Do({"import", "many.csv"}).exit);
+    ASSERT_EQ(0, Do({"export", "many-again.csv"}).exit);
+    EXPECT_EQ(list, ReadFile("many-again.csv"));
 }

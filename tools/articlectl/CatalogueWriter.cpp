@@ -1,5 +1,7 @@
 #include "CatalogueWriter.h"
 
+#include "DBManager.h"
+#include "Globals.h"
 #include "PriceValue.h"
 
 CatalogueWriter::CatalogueWriter(ArticleManager& manager) : manager(manager) {}
@@ -22,6 +24,35 @@ int CatalogueWriter::ExtraBarcodes(unsigned int articleId, QStringList& extras) 
         }
     }
     return result;
+}
+
+int CatalogueWriter::ExtraBarcodes(const QList<Article>& articles,
+                                   QHash<unsigned int, QStringList>& extras) {
+    extras.clear();
+    if (articles.isEmpty()) {
+        return DB_OPERATION_SUCCESS;
+    }
+    // In groups whose ids stay within the number of values a statement may bind.
+    constexpr int idsPerRead = 100;
+    for (int first = 0; first < articles.size(); first += idsPerRead) {
+        QStringList ids;
+        for (int i = first; i < qMin(first + idsPerRead, articles.size()); ++i) {
+            ids.append(QString::number(articles[i].id));
+        }
+        DBDirectQueryResult rows;
+        const int result = G::dbArticles->Execute(
+            QStringLiteral("SELECT article_id, barcode FROM ArticleBarcode WHERE is_main = 0 AND "
+                           "article_id IN (%1) ORDER BY article_id, id")
+                .arg(ids.join(QLatin1Char(','))),
+            &rows);
+        if (result != DB_OPERATION_SUCCESS) {
+            return result;
+        }
+        for (const QVector<QVariant>& row : rows.GetRows()) {
+            extras[row[0].toUInt()].append(row[1].toString());
+        }
+    }
+    return DB_OPERATION_SUCCESS;
 }
 
 int CatalogueWriter::addBarcode(unsigned int articleId, const QString& barcode, bool isMain,

@@ -177,26 +177,30 @@ int RunExport(Tool& tool, const QStringList& arguments) {
     int count = 0;
     int unreadable = 0;
     CatalogueWriter catalogue(tool.Articles());
-    QStringList extras;
+    QHash<unsigned int, QStringList> pageExtras;
     auto flag = [](bool value) { return value ? QStringLiteral("1") : QStringLiteral("0"); };
-    const bool complete = forEachArticle(tool.Articles(), [&](const Article& article) {
-        ++count;
-        // One indexed lookup per article: the library offers no walk of the additional
-        // barcodes that is not quadratic.
-        if (catalogue.ExtraBarcodes(article.id, extras) != DB_OPERATION_SUCCESS) {
-            ++unreadable;
+    const bool complete = forEachPage(tool.Articles(), [&](const QList<Article>& page) {
+        // The additional barcodes of a whole page in one read, not one query per article.
+        const bool readable = catalogue.ExtraBarcodes(page, pageExtras) == DB_OPERATION_SUCCESS;
+        for (const Article& article : page) {
+            ++count;
+            if (!readable) {
+                ++unreadable;
+            }
+            const QStringList extras = pageExtras.value(article.id);
+            QString price = ArticleView::Price(article.price);
+            if (excel) {
+                price.replace(QLatin1Char('.'), QLatin1Char(','));
+            }
+            writer.Write({QString::number(article.pluNo), article.name, price,
+                          QString::number(article.taxRateNo), QString::number(article.deptNo),
+                          QString::number(article.unitNo),
+                          QString::number(article.quantityPrecision), article.mainBarcode,
+                          extras.join(QLatin1Char(' ')), flag(article.saleBlocked),
+                          flag(article.isPack), flag(article.discSurBlock),
+                          flag(article.freePriceAllow), flag(article.onHandyList),
+                          QString::number(article.scaleNo), QString::number(article.linkPluNo)});
         }
-        QString price = ArticleView::Price(article.price);
-        if (excel) {
-            price.replace(QLatin1Char('.'), QLatin1Char(','));
-        }
-        writer.Write({QString::number(article.pluNo), article.name, price,
-                      QString::number(article.taxRateNo), QString::number(article.deptNo),
-                      QString::number(article.unitNo), QString::number(article.quantityPrecision),
-                      article.mainBarcode, extras.join(QLatin1Char(' ')), flag(article.saleBlocked),
-                      flag(article.isPack), flag(article.discSurBlock),
-                      flag(article.freePriceAllow), flag(article.onHandyList),
-                      QString::number(article.scaleNo), QString::number(article.linkPluNo)});
     });
     if (!complete || unreadable > 0) {
         return tool.DatabaseFailure(
