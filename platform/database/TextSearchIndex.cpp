@@ -184,6 +184,8 @@ constexpr int maxUnfoldedNotes = 256;
 
 // Case forms of an exact name looked up on an index ignoring case, at most.
 constexpr int maxNameForms = 16;
+// The longest exact text looked up on the index ignoring case, in UTF-16 units.
+constexpr int maxNameLength = 256;
 // Rows AnswerLike hands back at most; callers that read more run the statement itself.
 constexpr int maxAnsweredRows = 1000;
 // Statement texts whose shape AnswerLike remembers.
@@ -194,7 +196,9 @@ constexpr int maxLikeShapes = 64;
 const QHash<uint, QVector<uint>>& foldClasses() {
     static const QHash<uint, QVector<uint>> classes = [] {
         QHash<uint, QVector<uint>> byFold;
-        for (uint c = 0; c <= 0x10FFFF; ++c) {
+        // Case pairs outside the BMP stay outside it, and names that hold such letters are left
+        // to the trigram path (see ignoringCaseRowids).
+        for (uint c = 0; c <= 0xFFFF; ++c) {
             if (c >= 0xD800 && c <= 0xDFFF) {
                 continue;
             }
@@ -710,8 +714,11 @@ bool TextSearchIndex::LoadPrefix(const DBTable* table, const DBColumn* column,
 
 bool TextSearchIndex::ignoringCaseRowids(const DBTable* table, const DBColumn* column,
                                          const QString& text, QVector<qint64>& rowids) {
+    // A name, not a pasted page: longer texts, NUL and letters outside the BMP take the other
+    // paths.
     if (!catalogue.LeadsANoCaseIndex(table->GetName(), column->GetName()) ||
-        text.contains(QChar(0))) {
+        text.size() > maxNameLength || text.contains(QChar(0)) ||
+        std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isSurrogate(); })) {
         return false;
     }
     // The texts LIKE takes for `text` begin, under NOCASE, with one of these forms of its first
