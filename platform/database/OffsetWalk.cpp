@@ -44,18 +44,9 @@ bool OffsetWalk::stamp(quint32& version, sqlite3_int64& changes) const {
 }
 
 bool OffsetWalk::readsInRowidOrder(const Shape& shape) {
-    StatementRunner::Lease plan =
-        runner.TryPrepare(QStringLiteral("EXPLAIN QUERY PLAN SELECT * FROM ") +
-                          quoted(shape.table) + QStringLiteral(" WHERE ") + quoted(shape.column) +
-                          QStringLiteral(" = ?1 LIMIT 1 OFFSET ?2"));
-    if (!plan) {
-        return false;
-    }
-    QStringList details;
-    while (sqlite3_step(plan->Handle()) == SQLITE_ROW) {
-        details << QString::fromUtf8(
-            reinterpret_cast<const char*>(sqlite3_column_text(plan->Handle(), 3)));
-    }
+    const QStringList details = runner.QueryPlan(
+        QStringLiteral("SELECT * FROM ") + quoted(shape.table) + QStringLiteral(" WHERE ") +
+        quoted(shape.column) + QStringLiteral(" = ?1 LIMIT 1 OFFSET ?2"));
     if (details.size() != 1) {
         return false;
     }

@@ -154,6 +154,16 @@ eDBOperationResult StatementRunner::Write(const char* operation, const QString& 
     return DB_OPERATION_SUCCESS;
 }
 
+QStringList StatementRunner::QueryPlan(const QString& sql) {
+    QStringList details;
+    const Lease plan = TryPrepare(QStringLiteral("EXPLAIN QUERY PLAN ") + sql);
+    while (plan && sqlite3_step(plan->Handle()) == SQLITE_ROW) {
+        details << QString::fromUtf8(
+            reinterpret_cast<const char*>(sqlite3_column_text(plan->Handle(), 3)));
+    }
+    return details;
+}
+
 QString StatementRunner::WithCondition(const QString& head, const QString& where,
                                        QVector<QVariant>& values) {
     if (where.trimmed().isEmpty()) {

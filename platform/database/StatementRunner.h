@@ -3,6 +3,7 @@
 // Internal to the database layer: compiling, binding and running statements.
 
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 #include <QVector>
 
@@ -63,6 +64,8 @@ public:
     Lease Prepare(const char* operation, const QString& sql, eDBOperationResult& result);
     // The same for the layer's own statements, without a log line: empty when not compiled.
     Lease TryPrepare(const QString& sql);
+    // The detail lines of EXPLAIN QUERY PLAN for `sql`; empty when it does not compile.
+    QStringList QueryPlan(const QString& sql);
 
     // Runs a statement that returns rows into DBRows of `table` (columns found by name; a
     // column the table does not have keeps its name only). `result` is replaced on success.

@@ -823,16 +823,7 @@ bool TextSearchIndex::likeRowids(const DBTable* table, const DBColumn* column,
 }
 
 bool TextSearchIndex::scansInRowidOrder(SqliteStatement& statement, const DBTable* table) {
-    const StatementRunner::Lease plan =
-        runner.TryPrepare(QStringLiteral("EXPLAIN QUERY PLAN ") + statement.Text());
-    if (!plan) {
-        return false;
-    }
-    QStringList details;
-    while (sqlite3_step(plan->Handle()) == SQLITE_ROW) {
-        details << QString::fromUtf8(
-            reinterpret_cast<const char*>(sqlite3_column_text(plan->Handle(), 3)));
-    }
+    const QStringList details = runner.QueryPlan(statement.Text());
     return details == QStringList{QStringLiteral("SCAN ") + table->GetName()} ||
            details == QStringList{QStringLiteral("SCAN TABLE ") + table->GetName()};
 }
