@@ -76,17 +76,26 @@ bool SpecialBarcodeRecognizer::Read(const QString& scanned, SpecialBarcodeReadin
     if (!findPrefix(scanned, prefix)) {
         return false;
     }
-    const QString articlePart =
-        scanned.left(articlePartLength) + QString(valueLength, QLatin1Char('0'));
-    reading.articleBarcode = articlePart + QString::number(Ean13CheckDigit(articlePart));
+    // Built in place: every scan at the till comes through here.
+    QString articleBarcode(ean13Length, QLatin1Char('0'));
+    QChar* digits = articleBarcode.data();
+    std::copy(scanned.constData(), scanned.constData() + articlePartLength, digits);
+    digits[ean13Length - 1] = QLatin1Char(static_cast<char>('0' + checkDigit(digits)));
+    unsigned int value = 0;
+    for (int i = articlePartLength; i < articlePartLength + valueLength; ++i) {
+        value = value * 10 + static_cast<unsigned int>(scanned[i].unicode() - '0');
+    }
+    reading.articleBarcode = articleBarcode;
     reading.prefix = prefix.first;
     reading.type = prefix.second;
-    reading.value = scanned.mid(articlePartLength, valueLength).toUInt();
+    reading.value = value;
     return true;
 }
 
 bool SpecialBarcodeRecognizer::findPrefix(const QString& code, Prefix& found) {
-    for (const Prefix& prefix : currentPrefixes()) {
+    // Kept const: a loop over a shared vector that is not const would copy it.
+    const QVector<Prefix> current = currentPrefixes();
+    for (const Prefix& prefix : current) {
         if (code.startsWith(prefix.first)) {
             found = prefix;
             return true;

@@ -30,8 +30,15 @@ quint64 ChangeTracker::TableVersion(sqlite3* connection, const QString& table) {
         seenDataVersion = pager;
         ++commitEpoch;
     }
-    const auto own = tableChanges.find(table.toStdString());
-    const quint64 changes = unattributedWrites + (own == tableChanges.end() ? 0 : own->second);
+    // A handful of tables, compared in place: this runs at every scan, where a conversion of
+    // the name would cost an allocation.
+    quint64 changes = unattributedWrites;
+    for (const auto& own : tableChanges) {
+        if (table == QLatin1String(own.first.data(), static_cast<int>(own.first.size()))) {
+            changes += own.second;
+            break;
+        }
+    }
     return (commitEpoch << 32) + (changes & 0xffffffffu);
 }
 

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <QPair>
+#include <QVarLengthArray>
 #include <QVector>
 #include <atomic>
 #include <mutex>
@@ -98,6 +99,7 @@ public:
     // Observers have their own lock: they are told before the database's lock is taken.
     std::mutex observerMutex;
     QVector<QPair<int, StatementObserver>> observers;
+    std::atomic<int> observerCount{0};  // observers.size(), read without the lock
     int nextObserverId = 1;
 };
 
@@ -199,6 +201,10 @@ void DBManager::Private::closeNow() {
 }
 
 void DBManager::Private::notifyObservers(const QString& sql) {
+    // Most registers run with no observer: no lock and no copy for them.
+    if (observerCount.load(std::memory_order_acquire) == 0) {
+        return;
+    }
     QVector<QPair<int, StatementObserver>> copy;
     {
         std::lock_guard<std::mutex> lock(observerMutex);
@@ -394,6 +400,46 @@ eDBOperationResult DBManager::Load(const QSharedPointer<DBData>& query, eLoadMod
     return d->runner.ReadRows(operation, sql, values, table, result);
 }
 
+eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_list<KeyField> key,
+                                        const DBRowHandler& handler) {
+    // Load's statement, checks and failures, without a query row to build or rows to collect.
+    static const char* const operation = "Load";
+    Lock lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    const DBTable* described = d->describe(table);
+    if (!described) {
+        return d->failures.Refuse(operation, DB_OPERATION_ERROR,
+                                  QStringLiteral("no such table: ") + table);
+    }
+    QString sql;
+    sql.reserve(96);
+    sql += QLatin1String("SELECT * FROM ");
+    sql += described->GetQuotedName();
+    QVarLengthArray<QVariant, 4> values;
+    bool first = true;
+    for (const KeyField& field : key) {
+        const DBColumn* column = described->GetColumn(field.column);
+        if (!column) {
+            return d->failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
+                                      QStringLiteral("no such column: %1 in table %2")
+                                          .arg(field.column, described->GetName()));
+        }
+        sql += first ? QLatin1String(" WHERE ") : QLatin1String(" AND ");
+        first = false;
+        sql += column->GetQuotedName();
+        if (!field.value.isValid()) {
+            sql += QLatin1String(" IS NULL");
+        } else {
+            sql += QLatin1String(" = ?");
+            values.append(field.value);
+        }
+    }
+    return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
+}
+
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, QSharedPointer<DBData>& result) {
     static const char* const operation = "Load";
@@ -497,6 +543,27 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
         d->walk.Ran(sql, *result);
     }
     return outcome;
+}
+
+eDBOperationResult DBManager::Execute(const QString& sql, const DBRowHandler& handler) {
+    static const char* const operation = "Execute";
+    d->notifyObservers(sql);
+    Lock lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    StatementRunner::Resolved resolved;
+    if (!d->runner.Resolve(operation, sql, resolved, outcome)) {
+        return outcome;
+    }
+    if (!resolved.statement->IsReadOnly()) {
+        if (!d->writeAllowed(operation, outcome)) {
+            return outcome;
+        }
+        d->changes.CountUnattributedWrite();
+    }
+    return d->runner.Run(operation, sql, resolved, nullptr, d->readTimeLimitMs, &handler);
 }
 
 eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,
@@ -996,6 +1063,7 @@ int DBManager::AddStatementObserver(const StatementObserver& observer) {
     std::lock_guard<std::mutex> lock(d->observerMutex);
     const int id = d->nextObserverId++;
     d->observers.append(qMakePair(id, observer));
+    d->observerCount.store(d->observers.size(), std::memory_order_release);
     return id;
 }
 
@@ -1004,6 +1072,7 @@ void DBManager::RemoveStatementObserver(int id) {
     for (int i = 0; i < d->observers.size(); ++i) {
         if (d->observers[i].first == id) {
             d->observers.remove(i);
+            d->observerCount.store(d->observers.size(), std::memory_order_release);
             return;
         }
     }

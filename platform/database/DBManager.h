@@ -5,10 +5,12 @@
 #include <QStringList>
 #include <QVariant>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 
 #include "DBData.h"
 #include "DBDirectQueryResult.h"
+#include "DBRowReader.h"
 #include "DBTable.h"
 #include "DataBaseManagerGlobal.h"
 #include "eDBOperationResult.h"
@@ -111,6 +113,16 @@ public:
     eDBOperationResult Load(const QSharedPointer<DBData>& query, eLoadMode mode,
                             QSharedPointer<DBData>& result, bool like = false,
                             const QString& order = QString(), int limit = 0);
+    // One equality condition of LoadByKey: `column` = `value` (an invalid value: IS NULL).
+    struct KeyField {
+        const QString& column;
+        const QVariant& value;
+    };
+    // The rows Load(query, LOAD_MODE_BY_KEY, result) gives for a query row of `table` holding
+    // `key`, handed to `handler` one by one where they lie (no DBData is built) until it returns
+    // false. For the lookups a register makes at every scan.
+    eDBOperationResult LoadByKey(const QString& table, std::initializer_list<KeyField> key,
+                                 const DBRowHandler& handler);
     // SELECT `columns` (all when empty) FROM `table` WHERE `where` (none when empty). `where`
     // is placed as written after WHERE and may end in a LIMIT clause.
     eDBOperationResult Load(const QString& table, const QStringList& columns, const QString& where,
@@ -131,6 +143,9 @@ public:
     // be null); other statements leave it empty. A query over its time or memory budget is
     // stopped and fails (4).
     eDBOperationResult Execute(const QString& sql, DBDirectQueryResult* result);
+    // The same, handing the rows of a SELECT to `handler` where they lie until it returns false,
+    // instead of collecting them.
+    eDBOperationResult Execute(const QString& sql, const DBRowHandler& handler);
     // Declares the shape of a statement its caller builds by pasting one text into fixed SQL
     // without escaping it (a scanned barcode, a typed name): `head` ends with the double quote
     // that opens the pasted text and each of `tails` begins with the one that closes it (more

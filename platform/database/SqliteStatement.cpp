@@ -91,11 +91,8 @@ QVariant SqliteStatement::ColumnValue(int column) const {
             return QVariant(static_cast<qlonglong>(sqlite3_column_int64(statement, column)));
         case SQLITE_FLOAT:
             return QVariant(sqlite3_column_double(statement, column));
-        case SQLITE_TEXT: {
-            const char* text =
-                reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-            return QVariant(QString::fromUtf8(text, sqlite3_column_bytes(statement, column)));
-        }
+        case SQLITE_TEXT:
+            return QVariant(TextOf(statement, column));
         case SQLITE_BLOB: {
             const char* data = static_cast<const char*>(sqlite3_column_blob(statement, column));
             return QVariant(QByteArray(data, sqlite3_column_bytes(statement, column)));
@@ -104,6 +101,11 @@ QVariant SqliteStatement::ColumnValue(int column) const {
         default:
             return QVariant();
     }
+}
+
+QString SqliteStatement::TextOf(sqlite3_stmt* statement, int column) {
+    const char* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    return QString::fromUtf8(text, sqlite3_column_bytes(statement, column));
 }
 
 int SqliteStatement::ColumnCount() const {

@@ -28,9 +28,16 @@ public:
     // Makes the statement ready to run again and drops its bindings.
     void Reset();
 
+    // Lent out by the statement cache, which keeps a pinned statement.
+    void Pin() { ++pins; }
+    void Unpin() { pins = pins > 0 ? pins - 1 : 0; }
+    bool IsPinned() const { return pins > 0; }
+
     // Value of a result column as the QVariant type matching its SQLite storage class: integer
     // as qlonglong, real as double, text as QString, blob as QByteArray, NULL as invalid.
     QVariant ColumnValue(int column) const;
+    // A text column's value, decoded from UTF-8 as ColumnValue decodes it.
+    static QString TextOf(sqlite3_stmt* statement, int column);
     int ColumnCount() const;
     QString ColumnName(int column) const;
     // The names of the result columns, read once per compiled shape of the statement.
@@ -42,6 +49,7 @@ public:
 private:
     sqlite3_stmt* statement;
     QString text;
+    int pins = 0;
     QVector<QString> names;
     const DBTable* mappedTable = nullptr;
     QVector<const DBColumn*> mappedColumns;

@@ -19,7 +19,7 @@ SqliteStatement* StatementCache::Acquire(const QString& text, int& rc, bool& mul
     if (found != index.end()) {
         entries.splice(entries.begin(), entries, found.value());
         Entry& entry = entries.front();
-        ++entry.pins;
+        entry.statement->Pin();
         rc = SQLITE_OK;
         return entry.statement.get();
     }
@@ -47,7 +47,8 @@ SqliteStatement* StatementCache::Acquire(const QString& text, int& rc, bool& mul
         return nullptr;
     }
     evictIfFull();
-    entries.push_front(Entry{std::make_unique<SqliteStatement>(handle, text), 1});
+    entries.push_front(Entry{std::make_unique<SqliteStatement>(handle, text)});
+    entries.front().statement->Pin();
     index.insert(text, entries.begin());
     return entries.front().statement.get();
 }
@@ -57,10 +58,7 @@ void StatementCache::Release(SqliteStatement* statement) {
         return;
     }
     statement->Reset();
-    auto found = index.find(statement->Text());
-    if (found != index.end() && found.value()->pins > 0) {
-        --found.value()->pins;
-    }
+    statement->Unpin();
 }
 
 void StatementCache::Clear() {
@@ -72,7 +70,7 @@ void StatementCache::evictIfFull() {
     for (auto it = entries.end();
          static_cast<int>(entries.size()) >= capacity && it != entries.begin();) {
         --it;
-        if (it->pins == 0) {
+        if (!it->statement->IsPinned()) {
             index.remove(it->statement->Text());
             it = entries.erase(it);
         }

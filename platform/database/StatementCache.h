@@ -36,8 +36,7 @@ public:
 
 private:
     struct Entry {
-        std::unique_ptr<SqliteStatement> statement;
-        int pins = 0;
+        std::unique_ptr<SqliteStatement> statement;  // pinned while lent out
     };
     using EntryList = std::list<Entry>;
 

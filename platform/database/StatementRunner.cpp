@@ -120,6 +120,42 @@ int StatementRunner::AppendRows(SqliteStatement* statement, const DBTable* table
     return rc;
 }
 
+eDBOperationResult StatementRunner::ReadEach(const char* operation, const QString& sql,
+                                             const QVariant* values, int count,
+                                             const DBRowHandler& handler) {
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    const Lease statement = Prepare(operation, sql, outcome);
+    if (!statement) {
+        return outcome;
+    }
+    for (int i = 0; i < count; ++i) {
+        const int rc = statement->Bind(i + 1, values[i]);
+        if (rc != SQLITE_OK) {
+            return failures.Fail(operation, connection, rc, sql);
+        }
+    }
+    const int rc = StepEach(statement.get(), handler, 0);
+    if (rc != SQLITE_DONE) {
+        return failures.Fail(operation, connection, rc, sql);
+    }
+    return DB_OPERATION_SUCCESS;
+}
+
+int StatementRunner::StepEach(SqliteStatement* statement, const DBRowHandler& handler,
+                              int rowsRead) {
+    int rc = SQLITE_OK;
+    int seen = 0;
+    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+        // Named after the first step: a statement compiled again for a changed schema may
+        // have other columns from then on.
+        const DBRowReader row(statement, &statement->ColumnNames());
+        if (!handler(row) || ++seen == rowsRead) {
+            return SQLITE_DONE;
+        }
+    }
+    return rc;
+}
+
 eDBOperationResult StatementRunner::ReadValue(const char* operation, const QString& sql,
                                               const QVector<QVariant>& values, QVariant& value) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
@@ -196,7 +232,7 @@ bool StatementRunner::Resolve(const char* operation, const QString& sql, Resolve
 
 eDBOperationResult StatementRunner::Run(const char* operation, const QString& sql,
                                         Resolved& resolved, DBDirectQueryResult* result,
-                                        int timeLimitMs) {
+                                        int timeLimitMs, const DBRowHandler* handler) {
     SqliteStatement* statement = resolved.statement.get();
     const QueryLimits::LongValueScope longValue(connection, resolved.pastedBytes);
     int rc = statement->BindAll(resolved.values);
@@ -228,7 +264,10 @@ eDBOperationResult StatementRunner::Run(const char* operation, const QString& sq
     // What the rows held so far take, roughly: a query's budget covers what it hands back.
     qint64 resultBytes = 0;
     bool resultTooLarge = false;
-    while ((rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
+    if (handler) {
+        rc = StepEach(statement, *handler, resolved.rowsRead);
+    }
+    while (!handler && (rc = sqlite3_step(statement->Handle())) == SQLITE_ROW) {
         if (!result) {
             continue;
         }

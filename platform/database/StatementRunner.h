@@ -9,6 +9,7 @@
 
 #include "DBData.h"
 #include "DBDirectQueryResult.h"
+#include "DBRowReader.h"
 #include "DBTable.h"
 #include "SqlLiteralParameterizer.h"
 #include "SqliteStatement.h"
@@ -72,6 +73,14 @@ public:
     eDBOperationResult ReadRows(const char* operation, const QString& sql,
                                 const QVector<QVariant>& values, const DBTable* table,
                                 QSharedPointer<DBData>& result);
+    // Runs a read with `count` values bound, handing its rows to `handler` in place until it
+    // returns false or the rows end.
+    eDBOperationResult ReadEach(const char* operation, const QString& sql, const QVariant* values,
+                                int count, const DBRowHandler& handler);
+    // Steps a bound statement, handing each row to `handler` until it returns false, the rows
+    // end or `rowsRead` (> 0) rows were read; returns the last SQLite code (SQLITE_DONE when all
+    // went well).
+    static int StepEach(SqliteStatement* statement, const DBRowHandler& handler, int rowsRead);
     // Runs a statement that returns one value (null when it returns no row).
     eDBOperationResult ReadValue(const char* operation, const QString& sql,
                                  const QVector<QVariant>& values, QVariant& value);
@@ -100,9 +109,11 @@ public:
                  eDBOperationResult& result);
     // Runs a resolved text; a query (read-only statement) keeps to `timeLimitMs` (0: none) and
     // the memory budget, which its result's rows count against too. A SELECT fills `result`
-    // when given, with no more rows than the caller reads.
+    // when given, with no more rows than the caller reads; `handler`, when given, receives
+    // those rows in place instead.
     eDBOperationResult Run(const char* operation, const QString& sql, Resolved& resolved,
-                           DBDirectQueryResult* result, int timeLimitMs);
+                           DBDirectQueryResult* result, int timeLimitMs,
+                           const DBRowHandler* handler = nullptr);
 
     StatementTemplates& Templates() { return templates; }
 

@@ -153,56 +153,61 @@ QString textOf(const QVariant& value) {
                                                   : value.toString();
 }
 
+// An integer into its field, truncated to the field's width as QVariant's conversions do;
+// false for the text fields, which QVariant turns into decimal text.
+bool assignInteger(Article& article, int slot, qlonglong number) {
+    switch (slot) {
+        case SlotId:
+            article.id = static_cast<unsigned int>(number);
+            return true;
+        case SlotPluNo:
+            article.pluNo = static_cast<unsigned int>(number);
+            return true;
+        case SlotTaxRateNo:
+            article.taxRateNo = static_cast<unsigned char>(number);
+            return true;
+        case SlotDeptNo:
+            article.deptNo = static_cast<unsigned char>(number);
+            return true;
+        case SlotQuantityPrecision:
+            article.quantityPrecision = static_cast<unsigned char>(number);
+            return true;
+        case SlotUnitNo:
+            article.unitNo = static_cast<unsigned char>(number);
+            return true;
+        case SlotSaleBlocked:
+            article.saleBlocked = number != 0;
+            return true;
+        case SlotPrice:
+            article.price = static_cast<qint64>(static_cast<unsigned int>(number));
+            return true;
+        case SlotIsPack:
+            article.isPack = number != 0;
+            return true;
+        case SlotDiscSurBlock:
+            article.discSurBlock = number != 0;
+            return true;
+        case SlotFreePriceAllow:
+            article.freePriceAllow = number != 0;
+            return true;
+        case SlotOnHandyList:
+            article.onHandyList = number != 0;
+            return true;
+        case SlotScaleNo:
+            article.scaleNo = static_cast<unsigned char>(number);
+            return true;
+        case SlotLinkPluNo:
+            article.linkPluNo = static_cast<unsigned int>(number);
+            return true;
+        default:
+            return false;
+    }
+}
+
 void assignSlot(Article& article, int slot, const QVariant& value) {
-    if (value.userType() == QMetaType::LongLong) {
-        // The common case, without QVariant's conversions: integers truncated to the field.
-        const qlonglong number = integerOf(value);
-        switch (slot) {
-            case SlotId:
-                article.id = static_cast<unsigned int>(number);
-                return;
-            case SlotPluNo:
-                article.pluNo = static_cast<unsigned int>(number);
-                return;
-            case SlotTaxRateNo:
-                article.taxRateNo = static_cast<unsigned char>(number);
-                return;
-            case SlotDeptNo:
-                article.deptNo = static_cast<unsigned char>(number);
-                return;
-            case SlotQuantityPrecision:
-                article.quantityPrecision = static_cast<unsigned char>(number);
-                return;
-            case SlotUnitNo:
-                article.unitNo = static_cast<unsigned char>(number);
-                return;
-            case SlotSaleBlocked:
-                article.saleBlocked = number != 0;
-                return;
-            case SlotPrice:
-                article.price = static_cast<qint64>(static_cast<unsigned int>(number));
-                return;
-            case SlotIsPack:
-                article.isPack = number != 0;
-                return;
-            case SlotDiscSurBlock:
-                article.discSurBlock = number != 0;
-                return;
-            case SlotFreePriceAllow:
-                article.freePriceAllow = number != 0;
-                return;
-            case SlotOnHandyList:
-                article.onHandyList = number != 0;
-                return;
-            case SlotScaleNo:
-                article.scaleNo = static_cast<unsigned char>(number);
-                return;
-            case SlotLinkPluNo:
-                article.linkPluNo = static_cast<unsigned int>(number);
-                return;
-            default:
-                break;
-        }
+    // The common case, without QVariant's conversions.
+    if (value.userType() == QMetaType::LongLong && assignInteger(article, slot, integerOf(value))) {
+        return;
     }
     switch (slot) {
         case SlotId:
@@ -265,6 +270,46 @@ QString unitNameOf(unsigned int unitNo) {
     }
     const QSharedPointer<Unit> unit = G::paymentSystem->GetUnitsDBManager()->GetUnit(unitNo);
     return unit ? unit->GetName() : QStringLiteral("");
+}
+
+// Fills `article` from a row read in place, with the conversions of BuildArticleFromDbData:
+// columns found by name, or (`inSlotOrder`) by position in a SELECT list in slot order.
+void readArticle(const DBRowReader& row, Article& article, bool inSlotOrder) {
+    // The slots of the names last read on this thread. A statement hands out the same name
+    // texts at every row, and the copies kept here keep those texts alive, so an equal address
+    // is the same name.
+    thread_local QVector<QString> knownNames;
+    thread_local QVector<int> knownSlots;
+    const int columns = row.ColumnCount();
+    while (knownNames.size() < columns) {
+        knownNames.append(QString());
+        knownSlots.append(-1);  // what slotOf gives an empty name
+    }
+    for (int i = 0; i < columns; ++i) {
+        int slot = i <= SlotLinkPluNo ? i : -1;
+        if (!inSlotOrder) {
+            const QString& name = row.ColumnName(i);
+            if (name.constData() != knownNames[i].constData()) {
+                knownNames[i] = name;
+                knownSlots[i] = slotOf(name);
+            }
+            slot = knownSlots[i];
+        }
+        if (slot < 0) {
+            continue;
+        }
+        const DBRowReader::eType type = row.Type(i);
+        if (type == DBRowReader::TYPE_INTEGER && assignInteger(article, slot, row.Integer(i))) {
+            continue;
+        }
+        if (type == DBRowReader::TYPE_TEXT && slot == SlotName) {
+            article.name = row.Text(i);
+        } else if (type == DBRowReader::TYPE_TEXT && slot == SlotMainBarcode) {
+            article.mainBarcode = row.Text(i);
+        } else {
+            assignSlot(article, slot, row.Value(i));
+        }
+    }
 }
 
 QSharedPointer<DBData> singleRowQuery(DBRow* row) {
@@ -336,21 +381,26 @@ int ArticleSeeker::findArticle(const QString& column, const QVariant& key, Artic
     if (!initialized) {  // uninitialised while the call waited for the lock
         return RESULT_NOT_INITIALIZED;
     }
-    auto* row = new DBRow(articleTable);
-    row->AppendField(column, key);
-    if (onlyHandyList) {
-        row->AppendField(A::onHandyList, true);
-    }
-    QSharedPointer<DBData> result;
-    if (db->Load(singleRowQuery(row), DBManager::LOAD_MODE_BY_KEY, result, false, QString(), 0) !=
-        DB_OPERATION_SUCCESS) {
+    // Load's query by key, its first row read where it lies: no row is built or copied.
+    static const QVariant onTheList(true);
+    bool found = false;
+    const DBRowHandler readFirst = [&](const DBRowReader& row) {
+        readArticle(row, article, false);
+        found = true;
+        return false;
+    };
+    const eDBOperationResult rc =
+        onlyHandyList ? db->LoadByKey(articleTable->GetName(),
+                                      {{column, key}, {A::onHandyList, onTheList}}, readFirst)
+                      : db->LoadByKey(articleTable->GetName(), {{column, key}}, readFirst);
+    if (rc != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, errorMessage);
         return RESULT_DB_ERROR;
     }
-    if (result->IsEmpty()) {
+    if (!found) {
         return RESULT_NOT_FOUND;
     }
-    BuildArticleFromDbData(result->GetRow(0), &article);
+    article.unitName = unitNameOf(article.unitNo);
     return RESULT_FOUND;
 }
 
@@ -375,15 +425,15 @@ int ArticleSeeker::FindBarcode(const QString& barcode) {
     if (!initialized) {
         return RESULT_NOT_INITIALIZED;
     }
-    auto* row = new DBRow(barcodeTable);
-    row->AppendField(B::barcode, barcode);
-    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
-    if (db->Load(singleRowQuery(row), DBManager::LOAD_MODE_BY_KEY, result, false, QString(), 0) !=
-        DB_OPERATION_SUCCESS) {
+    // Two rows tell all there is to tell.
+    int rows = 0;
+    const QVariant key(barcode);
+    if (db->LoadByKey(barcodeTable->GetName(), {{B::barcode, key}},
+                      [&rows](const DBRowReader&) { return ++rows < 2; }) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgFindBarcodeError);
         return RESULT_DB_ERROR;
     }
-    switch (result->RowCount()) {
+    switch (rows) {
         case 0:
             return RESULT_NOT_FOUND;
         case 1:
@@ -638,24 +688,28 @@ int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article
     sql += byBarcodeHead;
     sql += searched;
     sql += onlyHandyList ? byBarcodeHandyTail : byBarcodeTail;
-    DBDirectQueryResult result;
-    if (db->Execute(sql, &result) != DB_OPERATION_SUCCESS) {
+    // The first row is read where it lies; a second one only tells that the code is shared.
+    int rows = 0;
+    Article found = article;
+    const DBRowHandler read = [&](const DBRowReader& row) {
+        if (++rows == 1) {
+            readArticle(row, found, true);
+        }
+        return rows < 2;
+    };
+    if (db->Execute(sql, read) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgByBarcodeError);
         return RESULT_DB_ERROR;
     }
-    if (result.RowCount() == 0) {
+    if (rows == 0) {
         return RESULT_NOT_FOUND;
     }
-    if (result.RowCount() > 1) {
+    if (rows > 1) {
         LogMessage(logLevelError, msgBarcodeAmbiguous);
         return RESULT_AMBIGUOUS_BARCODE;
     }
-    // The values come in the order of the SELECT list, which is the order of the slots.
-    const QVector<QVariant>& values = result.GetRows().first();
-    for (int slot = SlotId; slot <= SlotLinkPluNo && slot < values.size(); ++slot) {
-        assignSlot(article, slot, values[slot]);
-    }
-    article.unitName = unitNameOf(article.unitNo);
+    found.unitName = unitNameOf(found.unitNo);
+    article = found;
     return RESULT_FOUND;
 }
 

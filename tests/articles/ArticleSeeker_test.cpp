@@ -105,6 +105,53 @@ TEST_F(ArticleSeekerTest, RowRoundTripFillsEveryColumnAndTheUnitName) {
     EXPECT_EQ(QStringLiteral("kg"), byName.unitName);
 }
 
+// The lookups read their row in place; what another program may have stored (text in a number
+// column, reals, values past 32 bits, blobs) must come out as the row mapping makes it of
+// Load's rows.
+TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
+    const char* const rows[] = {
+        "(1, 101, 'Zwykły', 2, 3, 1, 2, 0, '5901234123457', 250, 0, 1, 0, 1, 2, 7)",
+        "(2, '12abc', 'x', 'abc', -1, 2.5, 300, 'false', 42, 25.99, 'x', '0', 1e20, -7, 256, "
+        "5000000000)",
+        "(3, 103, X'C582C3B3', 4294967297, '7', ' 8 ', 65535, 2, X'31', -1, 2, 0.0, '', 'true', "
+        "-300, -1)",
+        "(4, 104, 123, '', 1.9e3, x'00', 1, -0.5, 9.75, '2599', 'no', 'off', 'yes', ' ', 'ab', "
+        "'3 ')",
+    };
+    for (const char* row : rows) {
+        Raw().Exec(QStringLiteral("INSERT INTO Article (id, plu_no, art_name, tax_rate_no, "
+                                  "dept_no, quantity_precision, unit_no, sale_bloc, main_barcode, "
+                                  "price, is_pack, disc_sur_block, free_price_allow, "
+                                  "on_handy_list, scale_no, link_plu_no) VALUES ") +
+                   QLatin1String(row));
+    }
+    for (unsigned int id = 1; id <= 4; ++id) {
+        const QString code = QStringLiteral("590000000%1").arg(id);
+        AddBarcode(id, code, false);
+        auto query = QSharedPointer<DBData>::create();
+        auto* key = new DBRow(articles->GetTable(QStringLiteral("Article")));
+        key->AppendField(QStringLiteral("id"), id);
+        query->AppendRow(key);
+        QSharedPointer<DBData> loaded;
+        ASSERT_EQ(0, articles->Load(query, DBManager::LOAD_MODE_BY_KEY, loaded));
+        ASSERT_EQ(1, loaded->RowCount());
+        Article expected;
+        seeker.BuildArticleFromDbData(loaded->GetRow(0), &expected);
+
+        Article byId, byCode, byPlu;
+        ASSERT_EQ(0, seeker.FindById(id, byId, false));
+        ASSERT_EQ(0, seeker.FindArticleByBarcode(code, byCode, false));
+        for (const Article* read : {&byId, &byCode}) {
+            EXPECT_EQ(expected, *read) << "row " << id;
+            EXPECT_EQ(expected.unitName, read->unitName) << "row " << id;
+        }
+        if (expected.pluNo == 100 + id) {
+            ASSERT_EQ(0, seeker.FindPlu(expected.pluNo, byPlu, false));
+            EXPECT_EQ(expected, byPlu) << "row " << id;
+        }
+    }
+}
+
 TEST_F(ArticleSeekerTest, MissingArticlesLeaveTheRecordUntouched) {
     AddArticle(5, QStringLiteral("Bułka"), QString(), 60, false);
     Article article = storeFullArticle();

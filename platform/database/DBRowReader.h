@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+#include <QVector>
+#include <functional>
+
+#include "DataBaseManagerGlobal.h"
+
+class SqliteStatement;
+
+// One row of a result, read where it lies: values by position, typed, without a DBRow, DBField
+// or QVariant being built. Valid only during the call that receives it. The register's
+// single-row lookups read their rows this way.
+class DATABASEMANAGER_EXPORT DBRowReader {
+public:
+    // The storage class of a value, as SQLite numbers them.
+    enum eType { TYPE_INTEGER = 1, TYPE_FLOAT = 2, TYPE_TEXT = 3, TYPE_BLOB = 4, TYPE_NULL = 5 };
+
+    int ColumnCount() const { return names->size(); }
+    // The name of a result column, as Execute's result gives it.
+    const QString& ColumnName(int column) const { return (*names)[column]; }
+    eType Type(int column) const;
+    // The value of a TYPE_INTEGER column.
+    qint64 Integer(int column) const;
+    // The value of a TYPE_TEXT column, decoded as Value() decodes it.
+    QString Text(int column) const;
+    // The value as Load and Execute put it in their rows: integer as qlonglong, real as double,
+    // text as QString, blob as QByteArray, NULL as an invalid QVariant.
+    QVariant Value(int column) const;
+
+private:
+    friend class StatementRunner;
+    DBRowReader(SqliteStatement* statement, const QVector<QString>* names)
+        : statement(statement), names(names) {}
+
+    SqliteStatement* statement;
+    const QVector<QString>* names;
+};
+
+// Receives each row of a read in turn; returns false to read no more.
+using DBRowHandler = std::function<bool(const DBRowReader& row)>;
