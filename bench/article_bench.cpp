@@ -16,6 +16,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -191,16 +192,71 @@ void LibFindArticleByBarcode(benchmark::State& state, const std::vector<QString>
     }
 }
 
-// The article code a scale label carries: its first seven digits, a zero weight, and the
-// check digit, as the register's own parser would compute it in C.
-void articleCodeOfLabel(const std::string& label, std::string& code) {
-    code.assign(label, 0, 7);
-    code.append("00000");
-    int sum = 0;
-    for (int i = 0; i < 12; ++i) {
-        sum += (code[static_cast<size_t>(i)] - '0') * (i % 2 ? 3 : 1);
+// What a register must work out for every scan, as tight C does it: whether the code is a scale
+// label (13 digits, a valid check digit, a prefix of the SpecialBarcodePrefixes table, read
+// again whenever the file changed) and, if so, the article code it carries: its first seven
+// digits, a zero value and the check digit.
+class RawLabelReader {
+public:
+    // The code to look up for `scanned`: the label's article code, or `scanned` itself.
+    const std::string& codeOf(sqlite3* db, const std::string& scanned) {
+        refresh(db);
+        if (scanned.size() != 13 || !allDigits(scanned) || checkDigit(scanned) != scanned[12]) {
+            return scanned;
+        }
+        for (const std::string& prefix : prefixes) {
+            if (scanned.compare(0, prefix.size(), prefix) == 0) {
+                code.assign(scanned, 0, 7);
+                code.append("00000");
+                code.push_back(checkDigit(code));
+                return code;
+            }
+        }
+        return scanned;
     }
-    code.push_back(static_cast<char>('0' + (10 - sum % 10) % 10));
+
+private:
+    static bool allDigits(const std::string& text) {
+        return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    }
+    static char checkDigit(const std::string& digits) {
+        int sum = 0;
+        for (int i = 0; i < 12; ++i) {
+            sum += (digits[static_cast<size_t>(i)] - '0') * (i % 2 ? 3 : 1);
+        }
+        return static_cast<char>('0' + (10 - sum % 10) % 10);
+    }
+    void refresh(sqlite3* db) {
+        unsigned int now = 0;
+        sqlite3_file_control(db, "main", SQLITE_FCNTL_DATA_VERSION, &now);
+        if (loaded && now == version) {
+            return;
+        }
+        prefixes.clear();
+        sqlite3_stmt* statement = nullptr;
+        sqlite3_prepare_v2(db, "SELECT prefix FROM SpecialBarcodePrefixes", -1, &statement,
+                           nullptr);
+        while (statement && sqlite3_step(statement) == SQLITE_ROW) {
+            const char* prefix = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+            if (prefix && *prefix) {
+                prefixes.emplace_back(prefix);
+            }
+        }
+        sqlite3_finalize(statement);
+        loaded = true;
+        version = now;
+    }
+
+    std::vector<std::string> prefixes;
+    std::string code;
+    unsigned int version = 0;
+    bool loaded = false;
+};
+
+// The article code a scale label carries, for the start-up check against the generator.
+std::string articleCodeOfLabel(sqlite3* db, const std::string& label) {
+    RawLabelReader reader;
+    return reader.codeOf(db, label);
 }
 
 void RawFindArticleByBarcode(benchmark::State& state, const std::vector<QString>* codes) {
@@ -214,16 +270,11 @@ void RawFindArticleByBarcode(benchmark::State& state, const std::vector<QString>
     for (const QString& code : *codes) {
         texts.push_back(code.toStdString());
     }
-    // Scale labels are parsed here as the library parses them, not looked up pre-parsed.
-    const bool labels = codes == &setup.labels;
-    std::string code;
+    // Every scan is read as the library reads it: a scale label or not, parsed in the loop.
+    RawLabelReader labels;
     size_t i = 0;
     for (auto _ : state) {
-        const std::string& scanned = texts[i++ % texts.size()];
-        if (labels) {
-            articleCodeOfLabel(scanned, code);
-        }
-        const std::string& key = labels ? code : scanned;
+        const std::string& key = labels.codeOf(setup.raw, texts[i++ % texts.size()]);
         sqlite3_bind_text(statement, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
         benchmark::DoNotOptimize(drain(statement));
     }
@@ -649,12 +700,16 @@ void describeSamples() {
         sqlite3_finalize(statement);
         return count;
     };
-    std::string code;
-    articleCodeOfLabel(setup.labels.front().toStdString(), code);
-    if (code != setup.labelArticles.front().toStdString()) {
-        std::printf("the raw label parser reads %s as %s, not %s\n",
-                    qPrintable(setup.labels.front()), code.c_str(),
-                    qPrintable(setup.labelArticles.front()));
+    // The raw reader of scans must agree with the library on a label and on a plain code.
+    const std::pair<QString, QString> scans[] = {
+        {setup.labels.front(), setup.labelArticles.front()},
+        {setup.barcodes.front(), setup.barcodes.front()}};
+    for (const auto& scan : scans) {
+        const std::string code = articleCodeOfLabel(setup.raw, scan.first.toStdString());
+        if (code != scan.second.toStdString()) {
+            std::printf("the raw scan reader reads %s as %s, not %s\n", qPrintable(scan.first),
+                        code.c_str(), qPrintable(scan.second));
+        }
     }
     const QString infix = QLatin1Char('%') + setup.nameInfix + QLatin1Char('%');
     const QString common = QLatin1Char('%') + setup.commonInfix + QLatin1Char('%');
