@@ -275,26 +275,11 @@ QString unitNameOf(unsigned int unitNo) {
 // Fills `article` from a row read in place, with the conversions of BuildArticleFromDbData:
 // columns found by name, or (`inSlotOrder`) by position in a SELECT list in slot order.
 void readArticle(const DBRowReader& row, Article& article, bool inSlotOrder) {
-    // The slots of the names last read on this thread. A statement hands out the same name
-    // texts at every row, and the copies kept here keep those texts alive, so an equal address
-    // is the same name.
-    thread_local QVector<QString> knownNames;
-    thread_local QVector<int> knownSlots;
+    // No cache of names to slots: a thread-local one would make the library load the dynamic
+    // loader for its TLS, and slotOf is a length switch and one compare.
     const int columns = row.ColumnCount();
-    while (knownNames.size() < columns) {
-        knownNames.append(QString());
-        knownSlots.append(-1);  // what slotOf gives an empty name
-    }
     for (int i = 0; i < columns; ++i) {
-        int slot = i <= SlotLinkPluNo ? i : -1;
-        if (!inSlotOrder) {
-            const QString& name = row.ColumnName(i);
-            if (name.constData() != knownNames[i].constData()) {
-                knownNames[i] = name;
-                knownSlots[i] = slotOf(name);
-            }
-            slot = knownSlots[i];
-        }
+        const int slot = inSlotOrder ? (i <= SlotLinkPluNo ? i : -1) : slotOf(row.ColumnName(i));
         if (slot < 0) {
             continue;
         }
