@@ -1,6 +1,27 @@
 #include "UnicodeText.h"
 
 #include <QChar>
+#include <array>
+
+namespace {
+
+// Whether a character outside ASCII folds to this ASCII character (KELVIN SIGN to "k", LONG S
+// to "s"); worked out once from the fold table itself.
+bool hasFoldMateOutsideAscii(uint ascii) {
+    static const auto mates = [] {
+        std::array<bool, 128> found{};
+        for (uint c = 0x80; c <= 0x10FFFF; ++c) {
+            const uint folded = UnicodeText::Fold(c);
+            if (folded < 0x80) {
+                found[folded] = true;
+            }
+        }
+        return found;
+    }();
+    return mates[ascii];
+}
+
+}  // namespace
 
 UnicodeText::LikePattern::LikePattern(const char* utf8, int bytes, uint escape) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
@@ -20,6 +41,11 @@ UnicodeText::LikePattern::LikePattern(const char* utf8, int bytes, uint escape) 
         } else {
             tokens.append(static_cast<int>(Fold(c)));
             ++minimumLength;
+        }
+    }
+    for (const int token : tokens) {
+        if (token >= 0 && (token >= 0x80 || hasFoldMateOutsideAscii(static_cast<uint>(token)))) {
+            asciiLiterals = false;
         }
     }
 }
@@ -52,9 +78,18 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCh
                 starText = t;
                 continue;
             }
+            // Most of a name is ASCII: read in place. Past it, fold only when a literal could
+            // match.
             const unsigned char* next = t;
-            const uint c = DecodeUtf8(next, end);
-            if (token == anyOne || static_cast<uint>(token) == Fold(c)) {
+            uint c = *t;
+            if (c < 0x80) {
+                ++next;
+                c = c - 'A' < 26u ? c + ('a' - 'A') : c;
+            } else {
+                c = DecodeUtf8(next, end);
+                c = asciiLiterals ? 0x80000000u : Fold(c);
+            }
+            if (token == anyOne || static_cast<uint>(token) == c) {
                 ++p;
                 t = next;
                 continue;

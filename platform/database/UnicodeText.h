@@ -31,6 +31,9 @@ public:
     private:
         QVector<int> tokens;  // >= 0 folded code point, anyRun or anyOne
         int minimumLength = 0;
+        // Every literal is an ASCII character no other character folds to: a text character
+        // outside ASCII can then only match "_" or "%", and needs no folding.
+        bool asciiLiterals = true;
     };
 
     static constexpr int anyRun = -1;

@@ -337,6 +337,21 @@ TEST_F(TextSearchIndex, ANameLookupFindsWhatTheScanFinds) {
                                 "%ok"}) {
         expectSame(QString::fromUtf8(pattern));
     }
+    // The scan itself against what case folding says: KELVIN SIGN is a "k" and long s an "s",
+    // even in a pattern of ASCII letters only.
+    for (const auto& [pattern, expected] :
+         {std::pair<const char*, QString>{"%kefir%", "95000 95001 95002 95100"},
+          {"SOK", "95003 95004"},
+          {"s_k", "95003 95004"},
+          {"%ŻÓŁĆ%", "95007"}}) {
+        DBDirectQueryResult scan;
+        ASSERT_EQ(0, articles->Execute(QStringLiteral("SELECT group_concat(plu_no, ' ') FROM "
+                                                      "(SELECT plu_no FROM Article WHERE art_name "
+                                                      "LIKE '%1' AND plu_no >= 95000 ORDER BY 1)")
+                                           .arg(QString::fromUtf8(pattern)),
+                                       &scan));
+        EXPECT_EQ(expected, scan.GetValue(0, 0).toString()) << "like " << pattern;
+    }
     // Random stored names in random case, and pieces of them with wildcards.
     std::mt19937 random(77);
     for (int i = 0; i < 200 && !HasFailure(); ++i) {
