@@ -334,6 +334,7 @@ QString TextSearchIndex::trigramQuery(const Index& index, const QString& run) {
 void TextSearchIndex::Describe() {
     indexes.clear();
     memo = CandidateMemo();
+    scanned = ScanMemo();
     const QHash<QString, DBTable*>& tables = catalogue.Tables();
     sqlite3_stmt* virtualTables = nullptr;
     if (sqlite3_prepare_v2(runner.Connection(),
@@ -418,6 +419,7 @@ void TextSearchIndex::Describe() {
 }
 
 void TextSearchIndex::Clear() {
+    scanned = ScanMemo();
     indexes.clear();
     likeShapes.clear();
     trigramFrequencies.clear();
@@ -486,6 +488,17 @@ void TextSearchIndex::FoldAll() {
     }
 }
 
+void TextSearchIndex::readVersions(qint64& dataVersion, qint64& changes) {
+    dataVersion = -1;
+    if (const StatementRunner::Lease version =
+            runner.TryPrepare(QStringLiteral("PRAGMA data_version"))) {
+        if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
+            dataVersion = sqlite3_column_int64(version->Handle(), 0);
+        }
+    }
+    changes = sqlite3_total_changes64(runner.Connection());
+}
+
 bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column, const Index& index,
                                  const QString& match, Candidates& found) {
     // PRAGMA data_version sees the commits of other connections, the change count this
@@ -494,13 +507,8 @@ bool TextSearchIndex::candidates(const DBTable* table, const DBColumn* column, c
     // undoes changes without lowering the count.
     sqlite3* connection = runner.Connection();
     qint64 dataVersion = -1;
-    if (const StatementRunner::Lease version =
-            runner.TryPrepare(QStringLiteral("PRAGMA data_version"))) {
-        if (sqlite3_step(version->Handle()) == SQLITE_ROW) {
-            dataVersion = sqlite3_column_int64(version->Handle(), 0);
-        }
-    }
-    const qint64 changes = sqlite3_total_changes64(connection);
+    qint64 changes = -1;
+    readVersions(dataVersion, changes);
     const QString lookup =
         table->GetName() + QLatin1Char('\x1f') + column->GetName() + QLatin1Char('\x1f') + match;
     if (dataVersion >= 0 && memo.lookup == lookup && memo.dataVersion == dataVersion &&
@@ -568,7 +576,8 @@ bool TextSearchIndex::LoadLike(const DBTable* table, const DBField* field,
     }
     const QString match = trigramQuery(*index, longestRun(pattern, QChar()));
     if (match.isEmpty()) {
-        return false;
+        return limit > 0 && limit <= maxScanLimit &&
+               scanLike(table, column, pattern, static_cast<int>(sortKey), limit, result);
     }
     fold(*index);
     // Candidates: the rows holding the run's trigrams in any indexed column.
@@ -594,6 +603,103 @@ bool TextSearchIndex::LoadLike(const DBTable* table, const DBField* field,
                                   candidate.rowid});
     }
     return loadRowsInOrder(table, orderedRowids(matching, limit), result);
+}
+
+namespace {
+
+// The first `limit` candidates in statement order, kept as the scan goes: at most twice
+// `limit` at any time, however many rows match.
+class TopCandidates {
+public:
+    explicit TopCandidates(int limit) : limit(limit) { kept.reserve(2 * limit); }
+    void Add(Candidate&& candidate) {
+        kept.append(std::move(candidate));
+        if (kept.size() == 2 * limit) {
+            std::nth_element(kept.begin(), kept.begin() + limit, kept.end());
+            kept.resize(limit);
+        }
+    }
+    QVector<qint64> Rowids() { return orderedRowids(kept, limit); }
+
+private:
+    int limit;
+    QVector<Candidate> kept;
+};
+
+}  // namespace
+
+bool TextSearchIndex::scanLike(const DBTable* table, const DBColumn* column, const QString& pattern,
+                               int sortKey, int limit, QSharedPointer<DBData>& result) {
+    const SortKey key = static_cast<SortKey>(sortKey);
+    // Every text the pattern takes holds its longest run, so the infix of that run takes it too.
+    const QString infix = QLatin1Char('%') + longestRun(pattern, QChar()) + QLatin1Char('%');
+    const QString lookup = table->GetName() + QLatin1Char('\x1f') + column->GetName() +
+                           QLatin1Char('\x1f') + QString::number(sortKey) + QLatin1Char('\x1f') +
+                           QString::number(limit) + QLatin1Char('\x1f');
+    qint64 dataVersion = -1;
+    qint64 changes = -1;
+    readVersions(dataVersion, changes);
+    if (dataVersion >= 0 && pattern == infix && scanned.lookup == lookup + infix &&
+        scanned.dataVersion == dataVersion && scanned.changes == changes &&
+        scanned.schemaVersion == catalogue.Version()) {
+        const QVector<qint64> rowids = scanned.rowids;
+        scanned = ScanMemo();
+        return loadRowsInOrder(table, rowids, result);
+    }
+    scanned = ScanMemo();
+    const StatementRunner::Lease query =
+        runner.TryPrepare(QStringLiteral("SELECT rowid, ") + column->GetQuotedName() +
+                          QStringLiteral(" FROM ") + table->GetQuotedName());
+    if (!query) {
+        return false;
+    }
+    const QByteArray patternUtf8 = pattern.toUtf8();
+    const QByteArray infixUtf8 = infix.toUtf8();
+    const UnicodeText::LikePattern asked(patternUtf8.constData(), patternUtf8.size(), 0);
+    const UnicodeText::LikePattern wider(infixUtf8.constData(), infixUtf8.size(), 0);
+    const bool same = pattern == infix;
+    TopCandidates askedTop(limit);
+    TopCandidates widerTop(limit);
+    sqlite3_stmt* handle = query->Handle();
+    int rc = SQLITE_OK;
+    while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
+        const int type = sqlite3_column_type(handle, 1);
+        if (type == SQLITE_NULL) {
+            continue;
+        }
+        const char* text = reinterpret_cast<const char*>(sqlite3_column_text(handle, 1));
+        const int bytes = sqlite3_column_bytes(handle, 1);
+        if (!wider.Matches(text, bytes)) {
+            continue;
+        }
+        if (key == SortKey::Column && type != SQLITE_TEXT) {
+            return false;  // mixed storage classes sort differently; leave it to SQLite
+        }
+        Candidate candidate{key == SortKey::UpperColumn ? UnicodeText::Upper(text, bytes)
+                            : key == SortKey::Column    ? QByteArray(text, bytes)
+                                                        : QByteArray(),
+                            sqlite3_column_int64(handle, 0)};
+        if (!same && asked.Matches(text, bytes)) {
+            askedTop.Add(Candidate(candidate));
+        }
+        widerTop.Add(std::move(candidate));
+    }
+    if (rc != SQLITE_DONE) {
+        return false;
+    }
+    if (same) {
+        return loadRowsInOrder(table, widerTop.Rowids(), result);
+    }
+    // Nothing is remembered inside a transaction: a rollback undoes changes without lowering
+    // the count.
+    if (dataVersion >= 0 && sqlite3_get_autocommit(runner.Connection())) {
+        scanned.lookup = lookup + infix;
+        scanned.dataVersion = dataVersion;
+        scanned.changes = changes;
+        scanned.schemaVersion = catalogue.Version();
+        scanned.rowids = widerTop.Rowids();
+    }
+    return loadRowsInOrder(table, askedTop.Rowids(), result);
 }
 
 bool TextSearchIndex::loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,

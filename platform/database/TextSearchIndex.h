@@ -104,6 +104,13 @@ private:
                     const QString& match, Candidates& found);
     bool loadRowsInOrder(const DBTable* table, const QVector<qint64>& rowids,
                          QSharedPointer<DBData>& result);
+    // LoadLike for a pattern too short for the index: one scan of the column answers it and
+    // the infix of its longest run, which the incremental search asks for next.
+    bool scanLike(const DBTable* table, const DBColumn* column, const QString& pattern, int sortKey,
+                  int limit, QSharedPointer<DBData>& result);
+    // PRAGMA data_version (-1 when unreadable) and this connection's change count: together
+    // they tell whether anything was written since they were last read.
+    void readVersions(qint64& dataVersion, qint64& changes);
     // The rowids, ascending, of the rows whose column is LIKE `pattern` (no escape), found
     // through an index; false when none can serve it.
     bool likeRowids(const DBTable* table, const DBColumn* column, const QString& pattern,
@@ -133,6 +140,16 @@ private:
         Candidates found;
     } memo;
     static constexpr int maxKeptCandidates = 4096;
+    // The answer scanLike found for the infix along with the pattern it was asked for.
+    struct ScanMemo {
+        QString lookup;  // table, column, order, limit and infix
+        qint64 dataVersion = -1;
+        qint64 changes = -1;
+        qint64 schemaVersion = -1;
+        QVector<qint64> rowids;
+    } scanned;
+    // The most rows scanLike answers: it keeps twice as many candidates per answer.
+    static constexpr int maxScanLimit = 1000;
     // Statements handed to Execute that AnswerLike serves, with their table and column.
     struct LikeShape {
         bool served = false;

@@ -48,6 +48,7 @@ UnicodeText::LikePattern::LikePattern(const char* utf8, int bytes, uint escape) 
             asciiLiterals = false;
         }
     }
+    bytewise = asciiLiterals && !tokens.contains(anyOne);
 }
 
 bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCheck* check,
@@ -63,6 +64,37 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCh
     int starToken = -1;
     const unsigned char* starText = nullptr;
     int work = 0;
+    if (bytewise) {
+        // An ASCII literal can only match an ASCII byte, which always starts a character, and
+        // no "_" counts characters: the bytes need no decoding.
+        while (t < end) {
+            if (check && check->Asked(work)) {
+                if (stopped) {
+                    *stopped = true;
+                }
+                return false;
+            }
+            if (p < patternSize) {
+                const int token = tokens[p];
+                if (token == anyRun) {
+                    starToken = ++p;
+                    starText = t;
+                    continue;
+                }
+                const uint c = *t;
+                if (static_cast<uint>(token) == (c - 'A' < 26u ? c + ('a' - 'A') : c)) {
+                    ++p;
+                    ++t;
+                    continue;
+                }
+            }
+            if (starToken < 0) {
+                return false;
+            }
+            t = ++starText;
+            p = starToken;
+        }
+    }
     while (t < end) {
         // A long pattern against a long text costs their product: let the caller stop it.
         if (check && check->Asked(work)) {

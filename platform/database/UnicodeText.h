@@ -34,6 +34,8 @@ public:
         // Every literal is an ASCII character no other character folds to: a text character
         // outside ASCII can then only match "_" or "%", and needs no folding.
         bool asciiLiterals = true;
+        // And there is no "_": the text can be matched byte by byte.
+        bool bytewise = false;
     };
 
     static constexpr int anyRun = -1;

@@ -152,6 +152,20 @@ TEST_F(TextSearchIndex, EverySearchFindsWhatTheScanFinds) {
     for (const char* prefix : {"ż", "Ż", "żó", "ŻÓŁT", "50%", "ser_", "łÓDŹ \"", "Zz", "%", "_"}) {
         expectPrefixSameAsScan(prefix);
     }
+    // Too short for the index: one scan answers the prefix and the infix asked next, unless
+    // another connection wrote in between.
+    int renamed = 1;
+    for (const QString run : {"a", "Ż", "er", "%"}) {
+        const QString infix = '%' + run + '%';
+        searched(run + '%', "art_name", 100, "UPPER(%1)");
+        Raw().Exec(QStringLiteral("UPDATE Article SET art_name = '!%1' WHERE id = %2")
+                       .arg(run)
+                       .arg(renamed++));
+        expectSameAsScan(infix);
+        expectSameAsScan(run + '%');
+        expectSameAsScan(infix);
+        expectSameAsScan(run + '%', "art_name", 7, "%1");
+    }
 }
 
 TEST_F(TextSearchIndex, TheIndexFollowsEveryWriter) {
