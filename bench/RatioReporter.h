@@ -16,6 +16,11 @@ public:
         double maxRatio;  // > 0: library/raw must stay at or below it
         double limit;     // > 0: the library figure must stay at or below it (µs, or the unit of a
                           // measurement added with AddMeasurement)
+        bool naive = false;  // the raw figure is what a naive design costs, not the floor
+        // With `calls` > 0: the library may take maxRatio x raw plus `calls` times the library
+        // median of `perCallOf` (a walk that makes one call per row).
+        std::string perCallOf = std::string();
+        double calls = 0;
     };
 
     RatioReporter(int catalogueSize, std::vector<Target> targets);

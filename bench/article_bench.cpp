@@ -56,6 +56,9 @@ struct Setup {
     QString commonInfix;                 // words that hundreds of names share
     QString barcodeInfix;                // a rare piece of one barcode
     QString namePrefix;                  // a rare beginning of a name
+    QString twoLetters;                  // a pattern too short for the trigram index
+    QString oneLetter;
+    int extraBarcodes = 0;  // additional barcodes, the rows of a LoadBarcode walk
 };
 
 Setup setup;
@@ -100,6 +103,15 @@ void pickSamples() {
     setup.commonInfix = name.mid(name.indexOf(QLatin1Char(' ')) + 1, 16).trimmed();
     setup.namePrefix = name.left(name.size() - 2).trimmed();
     setup.barcodeInfix = rare.article.mainBarcode.mid(5, 7);
+    setup.twoLetters = setup.commonInfix.mid(1, 2);
+    setup.oneLetter = QStringLiteral("M");
+    sqlite3_stmt* count = nullptr;
+    sqlite3_prepare_v2(setup.raw, "SELECT COUNT(*) FROM ArticleBarcode WHERE is_main = 0", -1,
+                       &count, nullptr);
+    if (count && sqlite3_step(count) == SQLITE_ROW) {
+        setup.extraBarcodes = sqlite3_column_int(count, 0);
+    }
+    sqlite3_finalize(count);
 }
 
 // Every column of an Article row by position and type, as tight C reads it into a record.
@@ -341,6 +353,14 @@ void LibFindCommonNameInfix(benchmark::State& state) {
     }
 }
 
+// Patterns too short for the trigram index, against SQLite's own LIKE scans.
+void LibFindShortInfix(benchmark::State& state, const QString* infix) {
+    for (auto _ : state) {
+        QVector<Article> found;
+        benchmark::DoNotOptimize(G::articleManager->GetSeeker()->FindNameInfix(*infix, found));
+    }
+}
+
 void LibFindByBarcodeInfix(benchmark::State& state) {
     for (auto _ : state) {
         QVector<Article> found;
@@ -465,6 +485,72 @@ void LibStartUp(benchmark::State& state) {
         manager.reset();
         state.ResumeTiming();
     }
+}
+
+// Every article's brief, as `articlectl list` reads the whole catalogue.
+void LibFindPluInRange(benchmark::State& state) {
+    for (auto _ : state) {
+        QList<ArticleBrief> briefs;
+        G::articleManager->GetSeeker()->FindPluInRange(1, 0xFFFFFFFFu, briefs, false);
+        state.counters["articles"] = briefs.size();
+    }
+}
+
+void RawFindPluInRange(benchmark::State& state) {
+    sqlite3_stmt* statement = prepareRaw(
+        "SELECT id, plu_no, art_name FROM Article WHERE plu_no >= ? AND plu_no <= ? "
+        "ORDER BY plu_no");
+    std::vector<std::pair<qint64, std::string>> briefs;
+    for (auto _ : state) {
+        briefs.clear();
+        sqlite3_bind_int64(statement, 1, 1);
+        sqlite3_bind_int64(statement, 2, 0xFFFFFFFFll);
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            briefs.emplace_back(sqlite3_column_int64(statement, 1),
+                                reinterpret_cast<const char*>(sqlite3_column_text(statement, 2)));
+        }
+        sqlite3_reset(statement);
+        state.counters["articles"] = static_cast<double>(briefs.size());
+    }
+    sqlite3_finalize(statement);
+}
+
+// A command of the tool, or of its raw counterpart, as a process of its own: start-up included.
+void runProcess(benchmark::State& state, const QString& program, const QStringList& arguments) {
+    const QStringList command = childCommand(program, arguments);
+    for (auto _ : state) {
+        if (runChild(command, QByteArray(), {}, QString(), 3600000).exit != 0) {
+            state.SkipWithError("the command failed");
+        }
+    }
+}
+
+QString rawProgram() {
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/raw_search");
+}
+
+void LibScan(benchmark::State& state) {
+    runProcess(
+        state, setup.articlectl,
+        {QStringLiteral("--db"), setup.database, QStringLiteral("scan"), setup.labels.front()});
+}
+
+void RawScan(benchmark::State& state) {
+    runProcess(state, rawProgram(),
+               {setup.database, QStringLiteral("--scan"), setup.labels.front()});
+}
+
+void LibExport(benchmark::State& state) {
+    runProcess(state, setup.articlectl,
+               {QStringLiteral("--db"), setup.database, QStringLiteral("export"),
+                setup.scratch.filePath(QStringLiteral("export.csv"))});
+}
+
+// One joined read of the catalogue in PLU order, written as the same CSV.
+void RawExport(benchmark::State& state) {
+    runProcess(state, rawProgram(),
+               {setup.database, QStringLiteral("--export"),
+                setup.scratch.filePath(QStringLiteral("raw-export.csv"))});
 }
 
 // A fresh copy of the database with the settings and no articles.
@@ -781,6 +867,14 @@ int main(int argc, char** argv) {
     slow(RegisterBenchmark("raw/FindNameInfix, common words", RawInfix, "art_name",
                            &setup.commonInfix),
          3);
+    quick(
+        RegisterBenchmark("lib/FindNameInfix, two letters", LibFindShortInfix, &setup.twoLetters));
+    slow(RegisterBenchmark("raw/FindNameInfix, two letters", RawInfix, "art_name",
+                           &setup.twoLetters),
+         3);
+    quick(RegisterBenchmark("lib/FindNameInfix, one letter", LibFindShortInfix, &setup.oneLetter));
+    slow(RegisterBenchmark("raw/FindNameInfix, one letter", RawInfix, "art_name", &setup.oneLetter),
+         3);
     quick(RegisterBenchmark("lib/FindByBarcodeInfix", LibFindByBarcodeInfix));
     slow(RegisterBenchmark("raw/FindByBarcodeInfix", RawInfix, "main_barcode", &setup.barcodeInfix),
          3);
@@ -790,6 +884,8 @@ int main(int argc, char** argv) {
     slow(RegisterBenchmark("raw/FindFirstUnusedPlu", RawFindFirstUnusedPlu), 3);
     slow(RegisterBenchmark("lib/LoadBarcode walk", LibLoadBarcodeWalk), 2);
     slow(RegisterBenchmark("raw/LoadBarcode walk", RawBarcodeCursor), 2);
+    slow(RegisterBenchmark("lib/FindPluInRange over everything", LibFindPluInRange), 2);
+    slow(RegisterBenchmark("raw/FindPluInRange over everything", RawFindPluInRange), 2);
     slow(RegisterBenchmark("lib/ChangeAllArticlesPrices", LibChangeAllArticlesPrices), 2);
     slow(RegisterBenchmark("raw/ChangeAllArticlesPrices", RawChangeAllArticlesPrices), 2);
     slow(RegisterBenchmark("lib/start-up (XCLASS_gArticleManager::Initialize)", LibStartUp), 20);
@@ -798,29 +894,44 @@ int main(int argc, char** argv) {
         slow(RegisterBenchmark("raw/articlectl import", RawImport), 1);
     }
     if (!setup.articlectl.isEmpty()) {
+        slow(RegisterBenchmark("lib/articlectl scan", LibScan), 10);
+        slow(RegisterBenchmark("raw/articlectl scan", RawScan), 10);
+        slow(RegisterBenchmark("lib/articlectl export", LibExport), 1);
+        slow(RegisterBenchmark("raw/articlectl export", RawExport), 1);
         slow(RegisterBenchmark("lib/articlectl import of a tenth more", LibImportIntoCatalogue), 1);
         slow(RegisterBenchmark("raw/articlectl import of a tenth more", RawImportIntoCatalogue), 1);
     }
 
+    // The lookups a register makes at every scan: within a tenth of raw SQLite on a big
+    // catalogue, a fifth on a small one, where the file's own work is smaller.
+    const double lookup = setup.size >= 1000000 ? 1.10 : 1.2;
+    RatioReporter::Target walk{"LoadBarcode walk", 2.0, 0};
+    walk.perCallOf = "FindPlu";
+    walk.calls = setup.extraBarcodes;
     RatioReporter reporter(setup.size,
                            {
-                               {"FindPlu", 1.10, 0},
-                               {"FindArticleByBarcode", 1.10, 0},
-                               {"FindArticleByBarcode scale label", 1.10, 0},
+                               {"FindPlu", lookup, 0},
+                               {"FindArticleByBarcode", lookup, 0},
+                               {"FindArticleByBarcode scale label", lookup, 0},
                                {"FindName", 0, 100},
                                {"first search after an edit", 0, 1000},
-                               {"FindNameInfix", 0, 1000},
-                               {"FindNameInfix, common words", 0, 0},
-                               {"FindByBarcodeInfix", 0, 1000},
+                               {"FindNameInfix", 0, 1000, true},
+                               {"FindNameInfix, common words", 0, 0, true},
+                               {"FindNameInfix, two letters", 1.0, 0},
+                               {"FindNameInfix, one letter", 1.0, 0},
+                               {"FindByBarcodeInfix", 0, 1000, true},
                                {"FindNamePrefix", 0, 1000},
-                               {"FindFirstUnusedPlu", 0, 100000},
+                               {"FindFirstUnusedPlu", 0, 100000, true},
+                               {"FindPluInRange over everything", 1.5, 0},
                                {"ChangeAllArticlesPrices", 1.2, 0},
-                               {"LoadBarcode walk", 0, 0},
+                               walk,
+                               {"articlectl scan", 0, 0},
+                               {"articlectl export", 1.5, 0},
                                {"articlectl import", 3.0, 0},
                                {"articlectl import of a tenth more", 1.5, 0},
                                {"peak RSS of articlectl import of a tenth more", 0, 64},
                                {"start-up (XCLASS_gArticleManager::Initialize)", 0, 10000},
-                               {"peak RSS of articlectl search", 0, 20},
+                               {"peak RSS of articlectl search", 2.0, 0},
                            });
     benchmark::Initialize(&benchmarkCount, benchmarkArguments.data());
     if (!setup.articlectl.isEmpty()) {
@@ -830,8 +941,7 @@ int main(int argc, char** argv) {
             peakMemoryOf(setup.articlectl, {QStringLiteral("--db"), setup.database,
                                             QStringLiteral("search"), pattern}),
             "MiB");
-        const QString rawSearch =
-            QCoreApplication::applicationDirPath() + QStringLiteral("/raw_search");
+        const QString rawSearch = rawProgram();
         reporter.AddMeasurement(
             "peak RSS of articlectl import of a tenth more",
             peakMemoryOf(setup.articlectl,
