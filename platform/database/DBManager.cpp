@@ -440,6 +440,20 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
     return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
 }
 
+namespace {
+
+QString selectFrom(const QString& table, const QStringList& columns) {
+    QStringList selected;
+    for (const QString& column : columns) {
+        selected.append(SqlText::QuoteIdentifier(column));
+    }
+    return QStringLiteral("SELECT ") +
+           (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
+           QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table);
+}
+
+}  // namespace
+
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, QSharedPointer<DBData>& result) {
     static const char* const operation = "Load";
@@ -448,17 +462,22 @@ eDBOperationResult DBManager::Load(const QString& table, const QStringList& colu
     if (!d->checkOpen(operation, outcome)) {
         return outcome;
     }
-    QStringList selected;
-    for (const QString& column : columns) {
-        selected.append(SqlText::QuoteIdentifier(column));
+    QVector<QVariant> values;
+    const QString sql = d->runner.WithCondition(selectFrom(table, columns), where, values);
+    return d->runner.ReadRows(operation, sql, values, d->describe(table), result);
+}
+
+eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
+                                   const QString& where, const DBRowHandler& handler) {
+    static const char* const operation = "Load";
+    Lock lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
     }
     QVector<QVariant> values;
-    const QString sql = d->runner.WithCondition(
-        QStringLiteral("SELECT ") +
-            (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
-            QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table),
-        where, values);
-    return d->runner.ReadRows(operation, sql, values, d->describe(table), result);
+    const QString sql = d->runner.WithCondition(selectFrom(table, columns), where, values);
+    return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
 }
 
 eDBOperationResult DBManager::LoadAll(const QString& table, QSharedPointer<DBData>& result) {

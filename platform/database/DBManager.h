@@ -127,6 +127,9 @@ public:
     // is placed as written after WHERE and may end in a LIMIT clause.
     eDBOperationResult Load(const QString& table, const QStringList& columns, const QString& where,
                             QSharedPointer<DBData>& result);
+    // The same rows handed to `handler` where they lie until it returns false, none collected.
+    eDBOperationResult Load(const QString& table, const QStringList& columns, const QString& where,
+                            const DBRowHandler& handler);
     // Every row of the table, in table order.
     eDBOperationResult LoadAll(const QString& table, QSharedPointer<DBData>& result);
     // Rows whose `column` begins with `prefix` (taken literally: % and _ are ordinary

@@ -610,28 +610,36 @@ int ArticleSeeker::FindPluInRange(const unsigned int& fromPlu, const unsigned in
     if (onlyHandyList) {
         condition += QStringLiteral(" AND on_handy_list = 1 ");
     }
-    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
-    if (db->Load(articleTable->GetName(), {A::id, A::pluNo, A::name}, condition, result) !=
+    // Read where the rows lie: a brief of the whole catalogue builds no row per article.
+    QList<ArticleBrief> found;
+    const DBRowHandler append = [&found](const DBRowReader& row) {
+        ArticleBrief brief;
+        for (int i = 0; i < row.ColumnCount(); ++i) {
+            const QString& column = row.ColumnName(i);
+            const bool integer = row.Type(i) == DBRowReader::TYPE_INTEGER;
+            if (column == A::id) {
+                brief.id =
+                    integer ? static_cast<unsigned int>(row.Integer(i)) : row.Value(i).toUInt();
+            } else if (column == A::pluNo) {
+                brief.pluNo =
+                    integer ? static_cast<unsigned int>(row.Integer(i)) : row.Value(i).toUInt();
+            } else if (column == A::name) {
+                brief.name =
+                    row.Type(i) == DBRowReader::TYPE_TEXT ? row.Text(i) : row.Value(i).toString();
+            }
+        }
+        found.append(brief);
+        return true;
+    };
+    if (db->Load(articleTable->GetName(), {A::id, A::pluNo, A::name}, condition, append) !=
         DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgRangeError);
         return RESULT_DB_ERROR;
     }
-    briefs.clear();
-    for (const DBRow* row : *result) {
-        ArticleBrief brief;
-        for (const DBField* field : row->GetFields()) {
-            const QString& column = field->GetColumnName();
-            if (column == A::id) {
-                brief.id = field->GetValue().toUInt();
-            } else if (column == A::pluNo) {
-                brief.pluNo = field->GetValue().toUInt();
-            } else if (column == A::name) {
-                brief.name = field->GetValue().toString();
-            }
-        }
-        briefs.append(brief);
+    briefs.swap(found);
+    if (!std::is_sorted(briefs.cbegin(), briefs.cend())) {
+        std::sort(briefs.begin(), briefs.end());
     }
-    std::sort(briefs.begin(), briefs.end());
     return briefs.isEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
 }
 

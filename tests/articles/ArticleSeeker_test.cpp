@@ -125,6 +125,7 @@ TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
                                   "on_handy_list, scale_no, link_plu_no) VALUES ") +
                    QLatin1String(row));
     }
+    QStringList expectedBriefs;
     for (unsigned int id = 1; id <= 4; ++id) {
         const QString code = QStringLiteral("590000000%1").arg(id);
         AddBarcode(id, code, false);
@@ -148,8 +149,18 @@ TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
         if (expected.pluNo == 100 + id) {
             ASSERT_EQ(0, seeker.FindPlu(expected.pluNo, byPlu, false));
             EXPECT_EQ(expected, byPlu) << "row " << id;
+            expectedBriefs
+                << QStringLiteral("%1 %2 %3").arg(id).arg(expected.pluNo).arg(expected.name);
         }
     }
+    // The briefs of a range read the same values (a text PLU is above every number).
+    QList<ArticleBrief> briefs;
+    ASSERT_EQ(0, seeker.FindPluInRange(0, 0xFFFFFFFFu, briefs, false));
+    QStringList read;
+    for (const ArticleBrief& brief : briefs) {
+        read << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
+    }
+    EXPECT_EQ(expectedBriefs, read);
 }
 
 TEST_F(ArticleSeekerTest, MissingArticlesLeaveTheRecordUntouched) {
