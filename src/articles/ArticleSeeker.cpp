@@ -1,5 +1,6 @@
 #include "ArticleSeeker.h"
 
+#include <QHash>
 #include <algorithm>
 #include <cstring>
 
@@ -557,17 +558,25 @@ int ArticleSeeker::FindNextPlu(const unsigned int& fromPlu, const unsigned int& 
     for (const DBColumn* column : articleTable->GetColumns()) {
         columns.append(column->GetName());
     }
-    QSharedPointer<DBData> result = QSharedPointer<DBData>::create();
-    if (db->Load(articleTable->GetName(), columns, condition, result) != DB_OPERATION_SUCCESS) {
+    // Read where the rows lie; the few units' names looked up once per page.
+    QList<Article> page;
+    QHash<unsigned int, QString> unitNames;
+    const DBRowHandler append = [&](const DBRowReader& row) {
+        Article article;
+        readArticle(row, article, false);
+        auto unit = unitNames.constFind(article.unitNo);
+        if (unit == unitNames.constEnd()) {
+            unit = unitNames.insert(article.unitNo, unitNameOf(article.unitNo));
+        }
+        article.unitName = *unit;
+        page.append(article);
+        return true;
+    };
+    if (db->Load(articleTable->GetName(), columns, condition, append) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgPageError);
         return RESULT_DB_ERROR;
     }
-    articles.clear();
-    for (DBRow* row : *result) {
-        Article article;
-        BuildArticleFromDbData(row, &article);
-        articles.append(article);
-    }
+    articles.swap(page);
     return articles.isEmpty() ? RESULT_NOT_FOUND : RESULT_FOUND;
 }
 

@@ -1,5 +1,7 @@
 #include "CatalogueWriter.h"
 
+#include <QSet>
+
 #include "DBManager.h"
 #include "Globals.h"
 #include "PriceValue.h"
@@ -32,27 +34,31 @@ int CatalogueWriter::ExtraBarcodes(const QList<Article>& articles,
     if (articles.isEmpty()) {
         return DB_OPERATION_SUCCESS;
     }
-    // In groups whose ids stay within the number of values a statement may bind.
-    constexpr int idsPerRead = 100;
-    for (int first = 0; first < articles.size(); first += idsPerRead) {
-        QStringList ids;
-        for (int i = first; i < qMin(first + idsPerRead, articles.size()); ++i) {
-            ids.append(QString::number(articles[i].id));
-        }
-        DBDirectQueryResult rows;
-        const int result = G::dbArticles->Execute(
-            QStringLiteral("SELECT article_id, barcode FROM ArticleBarcode WHERE is_main = 0 AND "
-                           "article_id IN (%1) ORDER BY article_id, id")
-                .arg(ids.join(QLatin1Char(','))),
-            &rows);
-        if (result != DB_OPERATION_SUCCESS) {
-            return result;
-        }
-        for (const QVector<QVariant>& row : rows.GetRows()) {
-            extras[row[0].toUInt()].append(row[1].toString());
-        }
+    // One read over the page's PLU range, kept to the page's articles (a page of the handy
+    // list leaves others out).
+    QSet<unsigned int> ids;
+    unsigned int lowest = articles.first().pluNo;
+    unsigned int highest = lowest;
+    for (const Article& article : articles) {
+        ids.insert(article.id);
+        lowest = qMin(lowest, article.pluNo);
+        highest = qMax(highest, article.pluNo);
     }
-    return DB_OPERATION_SUCCESS;
+    return G::dbArticles->Execute(
+        // CROSS JOIN keeps the walk on the PLU index with one seek per article; ordered so
+        // without a sort.
+        QStringLiteral("SELECT b.article_id, b.barcode FROM Article AS a CROSS JOIN "
+                       "ArticleBarcode AS b ON b.article_id = a.id AND b.is_main = 0 WHERE "
+                       "a.plu_no BETWEEN %1 AND %2 ORDER BY a.plu_no, b.id")
+            .arg(lowest)
+            .arg(highest),
+        [&](const DBRowReader& row) {
+            const unsigned int id = row.Value(0).toUInt();
+            if (ids.contains(id)) {
+                extras[id].append(row.Value(1).toString());
+            }
+            return true;
+        });
 }
 
 int CatalogueWriter::addBarcode(unsigned int articleId, const QString& barcode, bool isMain,

@@ -35,7 +35,7 @@ public:
     // The additional barcodes of an article, in row order.
     int ExtraBarcodes(unsigned int articleId, QStringList& extras);
     // The additional barcodes of each of `articles`, by article id, in row order: one read for
-    // every hundred of them.
+    // all of them.
     int ExtraBarcodes(const QList<Article>& articles, QHash<unsigned int, QStringList>& extras);
     // The barcode as the library stores it: a scale label becomes the article part it carries.
     QString Normalised(const QString& barcode);

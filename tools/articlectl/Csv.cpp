@@ -341,23 +341,58 @@ bool CsvReader::Next(QStringList& fields, int& line) {
 
 CsvWriter::CsvWriter(QIODevice* device, char separator) : device(device), separator(separator) {}
 
-QString CsvWriter::Field(const QString& value, char separator) {
-    const bool needsQuotes = value.contains(QLatin1Char(separator)) ||
-                             value.contains(QLatin1Char('"')) ||
-                             value.contains(QLatin1Char('\n')) ||
-                             value.contains(QLatin1Char('\r')) || value != value.trimmed();
-    if (!needsQuotes) {
-        return value;
+namespace {
+
+// Quoted when it holds the separator, a quote or a line break, or begins or ends with
+// white space (which a reader would trim).
+bool needsQuotes(const QString& value, char separator) {
+    if (value.isEmpty()) {
+        return false;
     }
-    QString quoted = value;
-    quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
+    if (value.front().isSpace() || value.back().isSpace()) {
+        return true;
+    }
+    for (const QChar c : value) {
+        const ushort u = c.unicode();
+        if (u == static_cast<ushort>(separator) || u == '"' || u == '\n' || u == '\r') {
+            return true;
+        }
+    }
+    return false;
+}
+
+void appendField(QString& line, const QString& value, char separator) {
+    if (!needsQuotes(value, separator)) {
+        line += value;
+        return;
+    }
+    line += QLatin1Char('"');
+    for (const QChar c : value) {
+        if (c == QLatin1Char('"')) {
+            line += QLatin1Char('"');
+        }
+        line += c;
+    }
+    line += QLatin1Char('"');
+}
+
+}  // namespace
+
+QString CsvWriter::Field(const QString& value, char separator) {
+    QString field;
+    appendField(field, value, separator);
+    return field;
 }
 
 void CsvWriter::Write(const QStringList& fields) {
-    QStringList encoded;
-    for (const QString& field : fields) {
-        encoded.append(Field(field, separator));
+    // One line built in a buffer kept between lines: an export writes a million of them.
+    line.clear();
+    for (int i = 0; i < fields.size(); ++i) {
+        if (i > 0) {
+            line += QLatin1Char(separator);
+        }
+        appendField(line, fields[i], separator);
     }
-    device->write((encoded.join(QLatin1Char(separator)) + QStringLiteral("\r\n")).toUtf8());
+    line += QLatin1String("\r\n");
+    device->write(line.toUtf8());
 }

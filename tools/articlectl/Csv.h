@@ -95,4 +95,5 @@ public:
 private:
     QIODevice* device;
     char separator;
+    QString line;
 };
