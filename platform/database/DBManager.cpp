@@ -65,6 +65,10 @@ public:
     void refreshSchema();
     // The current description of a table, read from the schema when not known yet.
     DBTable* describe(const QString& name);
+    // Load's statement for `columns` of `table` under `where`, with the values taken out of it;
+    // false (with `rc` set and logged) when the database is not open.
+    bool columnsStatement(const QString& table, const QStringList& columns, const QString& where,
+                          QString& sql, QVector<QVariant>& values, eDBOperationResult& rc);
     // The table a row was built on, as currently described, once every field of the row names
     // one of its columns; null (with `result` set and logged) otherwise.
     const DBTable* rowTable(const char* operation, const DBRow* row, eDBOperationResult& result);
@@ -440,44 +444,46 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
     return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
 }
 
-namespace {
-
-QString selectFrom(const QString& table, const QStringList& columns) {
+bool DBManager::Private::columnsStatement(const QString& table, const QStringList& columns,
+                                          const QString& where, QString& sql,
+                                          QVector<QVariant>& values, eDBOperationResult& rc) {
+    if (!checkOpen("Load", rc)) {
+        return false;
+    }
     QStringList selected;
     for (const QString& column : columns) {
         selected.append(SqlText::QuoteIdentifier(column));
     }
-    return QStringLiteral("SELECT ") +
-           (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
-           QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table);
+    sql = runner.WithCondition(
+        QStringLiteral("SELECT ") +
+            (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
+            QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table),
+        where, values);
+    return true;
 }
-
-}  // namespace
 
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, QSharedPointer<DBData>& result) {
-    static const char* const operation = "Load";
     Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    if (!d->checkOpen(operation, outcome)) {
+    QString sql;
+    QVector<QVariant> values;
+    if (!d->columnsStatement(table, columns, where, sql, values, outcome)) {
         return outcome;
     }
-    QVector<QVariant> values;
-    const QString sql = d->runner.WithCondition(selectFrom(table, columns), where, values);
-    return d->runner.ReadRows(operation, sql, values, d->describe(table), result);
+    return d->runner.ReadRows("Load", sql, values, d->describe(table), result);
 }
 
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, const DBRowHandler& handler) {
-    static const char* const operation = "Load";
     Lock lock(d->mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    if (!d->checkOpen(operation, outcome)) {
+    QString sql;
+    QVector<QVariant> values;
+    if (!d->columnsStatement(table, columns, where, sql, values, outcome)) {
         return outcome;
     }
-    QVector<QVariant> values;
-    const QString sql = d->runner.WithCondition(selectFrom(table, columns), where, values);
-    return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
+    return d->runner.ReadEach("Load", sql, values.constData(), values.size(), handler);
 }
 
 eDBOperationResult DBManager::LoadAll(const QString& table, QSharedPointer<DBData>& result) {

@@ -64,37 +64,6 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCh
     int starToken = -1;
     const unsigned char* starText = nullptr;
     int work = 0;
-    if (bytewise) {
-        // An ASCII literal can only match an ASCII byte, which always starts a character, and
-        // no "_" counts characters: the bytes need no decoding.
-        while (t < end) {
-            if (check && check->Asked(work)) {
-                if (stopped) {
-                    *stopped = true;
-                }
-                return false;
-            }
-            if (p < patternSize) {
-                const int token = tokens[p];
-                if (token == anyRun) {
-                    starToken = ++p;
-                    starText = t;
-                    continue;
-                }
-                const uint c = *t;
-                if (static_cast<uint>(token) == (c - 'A' < 26u ? c + ('a' - 'A') : c)) {
-                    ++p;
-                    ++t;
-                    continue;
-                }
-            }
-            if (starToken < 0) {
-                return false;
-            }
-            t = ++starText;
-            p = starToken;
-        }
-    }
     while (t < end) {
         // A long pattern against a long text costs their product: let the caller stop it.
         if (check && check->Asked(work)) {
@@ -117,6 +86,11 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCh
             if (c < 0x80) {
                 ++next;
                 c = c - 'A' < 26u ? c + ('a' - 'A') : c;
+            } else if (bytewise) {
+                // An ASCII literal only matches an ASCII byte, which always starts a character,
+                // and no "_" counts characters: the rest of a character is skipped byte by byte.
+                ++next;
+                c = 0x80000000u;
             } else {
                 c = DecodeUtf8(next, end);
                 c = asciiLiterals ? 0x80000000u : Fold(c);
@@ -130,8 +104,12 @@ bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCh
         if (starToken < 0) {
             return false;
         }
-        // Let the last % swallow one more character and retry from there.
-        DecodeUtf8(starText, end);
+        // Let the last % swallow one more character (or byte) and retry from there.
+        if (bytewise) {
+            ++starText;
+        } else {
+            DecodeUtf8(starText, end);
+        }
         t = starText;
         p = starToken;
     }
