@@ -620,13 +620,41 @@ public:
         if (kept.size() == 2 * limit) {
             std::nth_element(kept.begin(), kept.begin() + limit, kept.end());
             kept.resize(limit);
+            worst = *std::max_element(kept.cbegin(), kept.cend());
+            full = true;
         }
+    }
+    // False when a row of this text (`upper`: keyed by its UPPER) and rowid cannot be among the
+    // first `limit`, told from the text's leading ASCII without building its key.
+    bool MayTake(const char* text, int bytes, bool upper, qint64 rowid) const {
+        if (!full) {
+            return true;
+        }
+        for (int i = 0; i < bytes; ++i) {
+            unsigned char c = static_cast<unsigned char>(text[i]);
+            if (c >= 0x80) {
+                return true;  // the key may differ from here on: build it
+            }
+            if (upper && static_cast<unsigned>(c - 'a') < 26u) {
+                c -= 'a' - 'A';
+            }
+            if (i >= worst.key.size()) {
+                return false;  // the same beginning, longer: after the worst kept
+            }
+            const unsigned char w = static_cast<unsigned char>(worst.key[i]);
+            if (c != w) {
+                return c < w;
+            }
+        }
+        return bytes < worst.key.size() || rowid < worst.rowid;
     }
     QVector<qint64> Rowids() { return orderedRowids(kept, limit); }
 
 private:
     int limit;
     QVector<Candidate> kept;
+    bool full = false;
+    Candidate worst{};  // once full: the last of those kept at the last pruning
 };
 
 }  // namespace
@@ -678,14 +706,26 @@ bool TextSearchIndex::scanLike(const DBTable* table, const DBColumn* column, con
         if (key == SortKey::Column && type != SQLITE_TEXT) {
             return false;  // mixed storage classes sort differently; leave it to SQLite
         }
-        Candidate candidate{key == SortKey::UpperColumn ? UnicodeText::Upper(text, bytes)
-                            : key == SortKey::Column    ? QByteArray(text, bytes)
-                                                        : QByteArray(),
-                            sqlite3_column_int64(handle, 0)};
-        if (!same && asked.Matches(text, bytes)) {
+        // The key (an UPPER is costly outside ASCII) only for rows that may be kept.
+        const qint64 rowid = sqlite3_column_int64(handle, 0);
+        const bool upper = key == SortKey::UpperColumn;
+        const bool byText = key != SortKey::Rowid;
+        const bool toWider = widerTop.MayTake(text, byText ? bytes : 0, upper, rowid);
+        const bool toAsked = !same && askedTop.MayTake(text, byText ? bytes : 0, upper, rowid) &&
+                             asked.Matches(text, bytes);
+        if (!toWider && !toAsked) {
+            continue;
+        }
+        Candidate candidate{upper    ? UnicodeText::Upper(text, bytes)
+                            : byText ? QByteArray(text, bytes)
+                                     : QByteArray(),
+                            rowid};
+        if (toAsked) {
             askedTop.Add(Candidate(candidate));
         }
-        widerTop.Add(std::move(candidate));
+        if (toWider) {
+            widerTop.Add(std::move(candidate));
+        }
     }
     if (rc != SQLITE_DONE) {
         return false;

@@ -1,6 +1,7 @@
 #include "UnicodeText.h"
 
 #include <QChar>
+#include <algorithm>
 #include <array>
 
 namespace {
@@ -49,13 +50,56 @@ UnicodeText::LikePattern::LikePattern(const char* utf8, int bytes, uint escape) 
         }
     }
     bytewise = asciiLiterals && !tokens.contains(anyOne);
+    const int literals = static_cast<int>(
+        std::count_if(tokens.cbegin(), tokens.cend(), [](int token) { return token >= 0; }));
+    if (bytewise && literals > 0 && tokens.last() == anyRun) {
+        const bool infix = tokens.first() == anyRun;
+        if (literals + (infix ? 2 : 1) == tokens.size()) {
+            shape = infix ? Shape::Infix : Shape::Prefix;
+            for (const int token : tokens) {
+                if (token >= 0) {
+                    run.append(static_cast<char>(token));
+                }
+            }
+        }
+    }
 }
+
+namespace {
+
+inline uint foldedByte(unsigned char c) {
+    return static_cast<uint>(c - 'A') < 26u ? c + ('a' - 'A') : c;
+}
+
+// Whether the bytes at `text` fold to `run` (ASCII, folded); a byte outside ASCII never does.
+inline bool startsWithFolded(const unsigned char* text, const QByteArray& run) {
+    for (int i = 0; i < run.size(); ++i) {
+        if (foldedByte(text[i]) != static_cast<unsigned char>(run[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
 
 bool UnicodeText::LikePattern::Matches(const char* utf8, int bytes, const StopCheck* check,
                                        bool* stopped) const {
     const unsigned char* begin = reinterpret_cast<const unsigned char*>(utf8);
     const unsigned char* end = begin + bytes;
     if (minimumLength > bytes) {  // a code point takes at least one byte
+        return false;
+    }
+    if (shape == Shape::Prefix) {
+        return bytes >= run.size() && startsWithFolded(begin, run);
+    }
+    if (shape == Shape::Infix) {
+        const uint first = static_cast<unsigned char>(run[0]);
+        for (const unsigned char* at = begin; at + run.size() <= end; ++at) {
+            if (foldedByte(*at) == first && startsWithFolded(at, run)) {
+                return true;
+            }
+        }
         return false;
     }
     const unsigned char* t = begin;

@@ -36,6 +36,10 @@ public:
         bool asciiLiterals = true;
         // And there is no "_": the text can be matched byte by byte.
         bool bytewise = false;
+        // Such a pattern of one run of literals, as "%run%" or "run%": a search for `run`
+        // (folded) in the bytes, or a comparison of the first bytes.
+        enum class Shape { Other, Infix, Prefix } shape = Shape::Other;
+        QByteArray run;
     };
 
     static constexpr int anyRun = -1;

@@ -165,6 +165,16 @@ TEST_F(TextSearchIndex, EverySearchFindsWhatTheScanFinds) {
         expectSameAsScan(run + '%');
         expectSameAsScan(infix);
         expectSameAsScan(run + '%', "art_name", 7, "%1");
+        expectSameAsScan(infix, "art_name", 5, "");
+    }
+    // Names the scan meets early on the index ignoring case and that sort late by their bytes
+    // ("_" comes before letters there, after capitals here), so that rows to keep come late.
+    for (int i = 0; i < 20; ++i) {
+        AddArticle(static_cast<unsigned int>(96000 + i), QStringLiteral("_a %1").arg(i));
+    }
+    for (const QString pattern : {"%a%", "%e%", "%_a%"}) {
+        expectSameAsScan(pattern, "art_name", 7, "%1");
+        expectSameAsScan(pattern);
     }
 }
 
