@@ -127,6 +127,9 @@ bool BenchCatalogue::build(const QString& path, bool withArticles) {
             sqlite3_reset(barcode);
         }
     }
+    if (!ok) {
+        std::fprintf(stderr, "building the catalogue: %s\n", sqlite3_errmsg(db));
+    }
     sqlite3_finalize(article);
     sqlite3_finalize(barcode);
     // The search index as the library leaves it after a bulk write: up to date, nothing noted.

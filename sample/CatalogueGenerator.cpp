@@ -124,6 +124,23 @@ const char* const sizes[] = {
     "XL",    "mini",  "duo",   "maxi",  "50 g",  "5 kg",   "0,33 l",
 };
 
+// Past the combinations, each round of them again names its sizes otherwise: no longer than
+// the size they stand for, so that names stay within the limit, and all different.
+const char* const laterSizes[][25] = {
+    {"110 g", "160 g", "210 g", "260 g", "310 g", "410 g",  "510 g",  "760 g",   "3 kg",
+     "8 kg",  "0,6 l", "3 l",   "1,6 l", "7 l",   "2 szt.", "8 szt.", "12 szt.", "pak.",
+     "XS",    "midi",  "set",   "mega",  "55 g",  "5 dl",   "0,25 l"},
+    {"120 g", "170 g", "220 g", "270 g", "320 g", "420 g",  "520 g",  "770 g",   "4 kg",
+     "9 kg",  "0,7 l", "4 l",   "1,7 l", "8 l",   "4 szt.", "9 szt.", "16 szt.", "kpl.",
+     "S",     "nano",  "bis",   "giga",  "60 g",  "6 dl",   "0,2 l"},
+    {"130 g", "180 g", "230 g", "280 g", "330 g", "430 g",  "530 g",  "780 g",   "6 kg",
+     "2 dl",  "0,8 l", "5 l",   "1,8 l", "9 l",   "5 szt.", "1 szt.", "20 szt.", "zest.",
+     "M",     "baby",  "eko",   "XXL",   "65 g",  "7 dl",   "0,75 l"},
+    {"140 g", "190 g", "240 g", "290 g", "340 g", "440 g",  "540 g",  "790 g",   "7 kg",
+     "4 dl",  "0,9 l", "6 l",   "1,9 l", "4 m",   "7 szt.", "6 par.", "24 szt.", "para",
+     "L",     "solo",  "lux",   "max",   "70 g",  "8 dl",   "0,1 l"},
+};
+
 template <typename T, int N>
 constexpr int countOf(const T (&)[N]) {
     return N;
@@ -134,6 +151,8 @@ constexpr int adjectiveCount = countOf(adjectives);
 constexpr int brandCount = countOf(brands);
 constexpr int sizeCount = countOf(sizes);
 constexpr int combinations = productCount * adjectiveCount * brandCount * sizeCount;
+static_assert(countOf(laterSizes[0]) == sizeCount, "a later size for every size");
+constexpr int rounds = 1 + countOf(laterSizes);
 // Of every 19 articles one is a candidate for weighing; nouns that can be weighed make it so,
 // about 2 % of the catalogue in all.
 constexpr int weighedEvery = 19;
@@ -150,7 +169,7 @@ CatalogueGenerator::CatalogueGenerator(quint64 seed, int gapEvery, int gapsFrom)
     : seed(seed), gapEvery(gapEvery), gapsFrom(gapsFrom) {}
 
 int CatalogueGenerator::Capacity() {
-    return combinations;
+    return combinations * rounds;
 }
 
 quint64 CatalogueGenerator::mix(quint64 value) const {
@@ -179,10 +198,12 @@ GeneratedArticle CatalogueGenerator::Generate(int index) const {
     const int adjective = static_cast<int>((slot / productCount) % adjectiveCount);
     const int brand = static_cast<int>((slot / productCount / adjectiveCount) % brandCount);
     const int size = static_cast<int>(slot / productCount / adjectiveCount / brandCount);
+    const int round = index / combinations;
+    const char* sizeName = round == 0 ? sizes[size] : laterSizes[(round - 1) % (rounds - 1)][size];
     auto nameWith = [&](const char* brandName) {
         return QString::fromUtf8(product.noun) + QLatin1Char(' ') +
                QString::fromUtf8(adjectives[adjective][product.gender]) + QLatin1Char(' ') +
-               QString::fromUtf8(brandName) + QLatin1Char(' ') + QString::fromUtf8(sizes[size]);
+               QString::fromUtf8(brandName) + QLatin1Char(' ') + QString::fromUtf8(sizeName);
     };
     QString name = nameWith(brands[brand].name);
     if (name.size() > maxNameLength) {
