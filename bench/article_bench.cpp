@@ -1,6 +1,7 @@
 // The library's hot operations against raw SQLite on the same generated catalogue, in one run.
 //
-//   article_bench --size=N [--data=DIR] [--articlectl=PATH] [Google Benchmark options]
+//   article_bench --size=N [--data=DIR] [--articlectl=PATH] [--infix=TEXT] [--common=TEXT]
+//                 [Google Benchmark options]
 //
 // Each "lib/X" benchmark calls the library the way the register does; "raw/X" does the same
 // work through the SQLite C API with a statement prepared once. The table at the end prints
@@ -813,6 +814,9 @@ void describeSamples() {
 
 int main(int argc, char** argv) {
     std::vector<char*> benchmarkArguments;
+    // The same search patterns on catalogues of other sizes, to see how a search grows.
+    QString chosenInfix;
+    QString chosenCommon;
     for (int i = 0; i < argc; ++i) {
         const QString argument = QString::fromLocal8Bit(argv[i]);
         if (argument.startsWith(QLatin1String("--size="))) {
@@ -821,6 +825,10 @@ int main(int argc, char** argv) {
             setup.data = argument.mid(7);
         } else if (argument.startsWith(QLatin1String("--articlectl="))) {
             setup.articlectl = argument.mid(13);
+        } else if (argument.startsWith(QLatin1String("--infix="))) {
+            chosenInfix = argument.mid(8);
+        } else if (argument.startsWith(QLatin1String("--common="))) {
+            chosenCommon = argument.mid(9);
         } else {
             benchmarkArguments.push_back(argv[i]);
         }
@@ -832,6 +840,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     pickSamples();
+    if (!chosenInfix.isEmpty()) {
+        setup.nameInfix = chosenInfix;
+    }
+    if (!chosenCommon.isEmpty()) {
+        setup.commonInfix = chosenCommon;
+    }
     describeSamples();
     warmUp();
 
