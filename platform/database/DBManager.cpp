@@ -6,6 +6,7 @@
 #include <QVarLengthArray>
 #include <QVector>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -65,10 +66,11 @@ public:
     void refreshSchema();
     // The current description of a table, read from the schema when not known yet.
     DBTable* describe(const QString& name);
-    // Load's statement for `columns` of `table` under `where`, with the values taken out of it;
-    // false (with `rc` set and logged) when the database is not open.
-    bool columnsStatement(const QString& table, const QStringList& columns, const QString& where,
-                          QString& sql, QVector<QVariant>& values, eDBOperationResult& rc);
+    // Load of `columns` of `table` under `where`: its statement and the values taken out of it
+    // handed to `read` with the lock held, or the failure when the database is not open.
+    eDBOperationResult loadColumns(
+        const QString& table, const QStringList& columns, const QString& where,
+        const std::function<eDBOperationResult(const QString&, const QVector<QVariant>&)>& read);
     // The table a row was built on, as currently described, once every field of the row names
     // one of its columns; null (with `result` set and logged) otherwise.
     const DBTable* rowTable(const char* operation, const DBRow* row, eDBOperationResult& result);
@@ -444,46 +446,39 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
     return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
 }
 
-bool DBManager::Private::columnsStatement(const QString& table, const QStringList& columns,
-                                          const QString& where, QString& sql,
-                                          QVector<QVariant>& values, eDBOperationResult& rc) {
-    if (!checkOpen("Load", rc)) {
-        return false;
+eDBOperationResult DBManager::Private::loadColumns(
+    const QString& table, const QStringList& columns, const QString& where,
+    const std::function<eDBOperationResult(const QString&, const QVector<QVariant>&)>& read) {
+    Lock lock(mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!checkOpen("Load", outcome)) {
+        return outcome;
     }
     QStringList selected;
     for (const QString& column : columns) {
         selected.append(SqlText::QuoteIdentifier(column));
     }
-    sql = runner.WithCondition(
+    QVector<QVariant> values;
+    const QString sql = runner.WithCondition(
         QStringLiteral("SELECT ") +
             (selected.isEmpty() ? QStringLiteral("*") : selected.join(QStringLiteral(", "))) +
             QStringLiteral(" FROM ") + SqlText::QuoteIdentifier(table),
         where, values);
-    return true;
+    return read(sql, values);
 }
 
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, QSharedPointer<DBData>& result) {
-    Lock lock(d->mutex);
-    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    QString sql;
-    QVector<QVariant> values;
-    if (!d->columnsStatement(table, columns, where, sql, values, outcome)) {
-        return outcome;
-    }
-    return d->runner.ReadRows("Load", sql, values, d->describe(table), result);
+    return d->loadColumns(table, columns, where, [&](const QString& sql, const auto& values) {
+        return d->runner.ReadRows("Load", sql, values, d->describe(table), result);
+    });
 }
 
 eDBOperationResult DBManager::Load(const QString& table, const QStringList& columns,
                                    const QString& where, const DBRowHandler& handler) {
-    Lock lock(d->mutex);
-    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    QString sql;
-    QVector<QVariant> values;
-    if (!d->columnsStatement(table, columns, where, sql, values, outcome)) {
-        return outcome;
-    }
-    return d->runner.ReadEach("Load", sql, values.constData(), values.size(), handler);
+    return d->loadColumns(table, columns, where, [&](const QString& sql, const auto& values) {
+        return d->runner.ReadEach("Load", sql, values.constData(), values.size(), handler);
+    });
 }
 
 eDBOperationResult DBManager::LoadAll(const QString& table, QSharedPointer<DBData>& result) {

@@ -691,6 +691,8 @@ bool TextSearchIndex::scanLike(const DBTable* table, const DBColumn* column, con
     const bool same = pattern == infix;
     TopCandidates askedTop(limit);
     TopCandidates widerTop(limit);
+    const bool upper = key == SortKey::UpperColumn;
+    const bool byText = key != SortKey::Rowid;
     sqlite3_stmt* handle = query->Handle();
     int rc = SQLITE_OK;
     while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
@@ -708,8 +710,6 @@ bool TextSearchIndex::scanLike(const DBTable* table, const DBColumn* column, con
         }
         // The key (an UPPER is costly outside ASCII) only for rows that may be kept.
         const qint64 rowid = sqlite3_column_int64(handle, 0);
-        const bool upper = key == SortKey::UpperColumn;
-        const bool byText = key != SortKey::Rowid;
         const bool toWider = widerTop.MayTake(text, byText ? bytes : 0, upper, rowid);
         const bool toAsked = !same && askedTop.MayTake(text, byText ? bytes : 0, upper, rowid) &&
                              asked.Matches(text, bytes);

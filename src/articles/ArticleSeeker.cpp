@@ -621,22 +621,17 @@ int ArticleSeeker::FindPluInRange(const unsigned int& fromPlu, const unsigned in
     }
     // Read where the rows lie: a brief of the whole catalogue builds no row per article.
     QList<ArticleBrief> found;
+    // The columns come in the order asked for: id, PLU, name.
     const DBRowHandler append = [&found](const DBRowReader& row) {
+        auto number = [&row](int column) {
+            return row.Type(column) == DBRowReader::TYPE_INTEGER
+                       ? static_cast<unsigned int>(row.Integer(column))
+                       : row.Value(column).toUInt();
+        };
         ArticleBrief brief;
-        for (int i = 0; i < row.ColumnCount(); ++i) {
-            const QString& column = row.ColumnName(i);
-            const bool integer = row.Type(i) == DBRowReader::TYPE_INTEGER;
-            if (column == A::id) {
-                brief.id =
-                    integer ? static_cast<unsigned int>(row.Integer(i)) : row.Value(i).toUInt();
-            } else if (column == A::pluNo) {
-                brief.pluNo =
-                    integer ? static_cast<unsigned int>(row.Integer(i)) : row.Value(i).toUInt();
-            } else if (column == A::name) {
-                brief.name =
-                    row.Type(i) == DBRowReader::TYPE_TEXT ? row.Text(i) : row.Value(i).toString();
-            }
-        }
+        brief.id = number(0);
+        brief.pluNo = number(1);
+        brief.name = row.Type(2) == DBRowReader::TYPE_TEXT ? row.Text(2) : row.Value(2).toString();
         found.append(brief);
         return true;
     };

@@ -231,8 +231,8 @@ TEST_F(ArticleSeekerTest, DatabaseErrorsReturn4WithTheirMessages) {
     article.name = QStringLiteral("before");
     unsigned int plu = 77;
     unsigned int count = 5;
-    QList<Article> page;
-    QList<ArticleBrief> briefs;
+    QList<Article> page{article};
+    QList<ArticleBrief> briefs{ArticleBrief()};
     QVector<Article> found;
     QVariant unused;
     const QList<QPair<std::function<int()>, QString>> calls = {
@@ -272,6 +272,8 @@ TEST_F(ArticleSeekerTest, DatabaseErrorsReturn4WithTheirMessages) {
     }
     EXPECT_EQ(QStringLiteral("before"), article.name);
     EXPECT_EQ(77u, plu);
+    EXPECT_EQ(1, page.size());
+    EXPECT_EQ(1, briefs.size());
 
     // The infix searches answer success with an empty list; only the database layer reports.
     log->Clear();
@@ -296,8 +298,8 @@ TEST_F(ArticleSeekerTest, UninitialisedSeekerAnswers6WithoutAQuery) {
     Article article;
     unsigned int plu = 0;
     unsigned int count = 5;
-    QList<Article> page;
-    QList<ArticleBrief> briefs;
+    QList<Article> page{article};
+    QList<ArticleBrief> briefs{ArticleBrief()};
     QVector<Article> found;
     QVector<QString> names;
     QVariant unused;
