@@ -1284,6 +1284,7 @@ QString HostileInput::Private::priceList(const Decoded& in) {
     for (const QStringList& record : records) {
         writer.Write(record);
     }
+    writer.Flush();
     CsvReader again(buffer.data());
     QVector<QStringList> reread;
     while (again.Next(fields, line)) {

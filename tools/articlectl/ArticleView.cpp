@@ -19,7 +19,8 @@ constexpr int barcodesReadOneByOne = 64;
 }  // namespace
 
 QString Price(qint64 minorUnits) {
-    const qint64 magnitude = minorUnits < 0 ? -minorUnits : minorUnits;
+    const quint64 magnitude =
+        minorUnits < 0 ? 0 - static_cast<quint64>(minorUnits) : static_cast<quint64>(minorUnits);
     return QStringLiteral("%1%2.%3")
         .arg(minorUnits < 0 ? QStringLiteral("-") : QString())
         .arg(magnitude / 100)

@@ -2,6 +2,7 @@
 
 #include <QTextCodec>
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -339,9 +340,19 @@ bool CsvReader::Next(QStringList& fields, int& line) {
     return true;
 }
 
-CsvWriter::CsvWriter(QIODevice* device, char separator) : device(device), separator(separator) {}
+CsvWriter::CsvWriter(QIODevice* device, char separator) : device(device), separator(separator) {
+    buffer.reserve(chunkSize + 4096);
+}
+
+CsvWriter::~CsvWriter() {
+    Flush();
+}
 
 namespace {
+
+bool isSpaceByte(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 
 // Quoted when it holds the separator, a quote or a line break, or begins or ends with
 // white space (which a reader would trim).
@@ -361,38 +372,127 @@ bool needsQuotes(const QString& value, char separator) {
     return false;
 }
 
-void appendField(QString& line, const QString& value, char separator) {
-    if (!needsQuotes(value, separator)) {
-        line += value;
-        return;
-    }
-    line += QLatin1Char('"');
-    for (const QChar c : value) {
-        if (c == QLatin1Char('"')) {
-            line += QLatin1Char('"');
+// Appends `value` as UTF-8, each quote doubled when `quoted`. A lone surrogate is left to
+// Qt's own encoder, so the bytes are always what QString::toUtf8() gives.
+void appendUtf8(std::string& out, const QString& value, bool quoted) {
+    const ushort* text = value.utf16();
+    const int size = value.size();
+    const std::size_t start = out.size();
+    for (int i = 0; i < size; ++i) {
+        const unsigned u = text[i];
+        if (u < 0x80) {
+            if (quoted && u == '"') {
+                out += '"';
+            }
+            out += static_cast<char>(u);
+        } else if (u < 0x800) {
+            out += static_cast<char>(0xC0 | (u >> 6));
+            out += static_cast<char>(0x80 | (u & 0x3F));
+        } else if (u < 0xD800 || u > 0xDFFF) {
+            out += static_cast<char>(0xE0 | (u >> 12));
+            out += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (u & 0x3F));
+        } else if (u < 0xDC00 && i + 1 < size && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            const unsigned code = 0x10000 + ((u - 0xD800) << 10) + (text[i + 1] - 0xDC00);
+            ++i;
+            out += static_cast<char>(0xF0 | (code >> 18));
+            out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (code & 0x3F));
+        } else {
+            out.resize(start);
+            const QByteArray bytes = value.toUtf8();
+            for (const char c : bytes) {
+                if (quoted && c == '"') {
+                    out += '"';
+                }
+                out += c;
+            }
+            return;
         }
-        line += c;
     }
-    line += QLatin1Char('"');
 }
 
 }  // namespace
 
-QString CsvWriter::Field(const QString& value, char separator) {
-    QString field;
-    appendField(field, value, separator);
-    return field;
+void CsvWriter::startField() {
+    if (inLine) {
+        buffer += separator;
+    }
+    inLine = true;
+}
+
+CsvWriter& CsvWriter::Add(const QString& value) {
+    startField();
+    const bool quoted = needsQuotes(value, separator);
+    if (quoted) {
+        buffer += '"';
+    }
+    appendUtf8(buffer, value, quoted);
+    if (quoted) {
+        buffer += '"';
+    }
+    return *this;
+}
+
+CsvWriter& CsvWriter::Add(qint64 number) {
+    startField();
+    // By hand: printf's parsing of its format costs as much as the rest of an exported line.
+    quint64 magnitude =
+        number < 0 ? 0 - static_cast<quint64>(number) : static_cast<quint64>(number);
+    char digits[24];
+    char* end = digits + sizeof digits;
+    char* first = end;
+    do {
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (number < 0) {
+        *--first = '-';
+    }
+    buffer.append(first, static_cast<std::size_t>(end - first));
+    return *this;
+}
+
+CsvWriter& CsvWriter::Add(const char* ascii) {
+    startField();
+    const std::size_t length = std::strlen(ascii);
+    const bool quoted =
+        length > 0 && (isSpaceByte(ascii[0]) || isSpaceByte(ascii[length - 1]) ||
+                       std::strpbrk(ascii, "\"\r\n") || std::memchr(ascii, separator, length));
+    if (!quoted) {
+        buffer.append(ascii, length);
+        return *this;
+    }
+    buffer += '"';
+    for (const char* c = ascii; *c; ++c) {
+        if (*c == '"') {
+            buffer += '"';
+        }
+        buffer += *c;
+    }
+    buffer += '"';
+    return *this;
+}
+
+void CsvWriter::EndLine() {
+    buffer += "\r\n";
+    inLine = false;
+    if (buffer.size() >= static_cast<std::size_t>(chunkSize)) {
+        Flush();
+    }
+}
+
+void CsvWriter::Flush() {
+    if (!buffer.empty()) {
+        device->write(buffer.data(), static_cast<qint64>(buffer.size()));
+        buffer.clear();
+    }
 }
 
 void CsvWriter::Write(const QStringList& fields) {
-    // One line built in a buffer kept between lines: an export writes a million of them.
-    line.clear();
-    for (int i = 0; i < fields.size(); ++i) {
-        if (i > 0) {
-            line += QLatin1Char(separator);
-        }
-        appendField(line, fields[i], separator);
+    for (const QString& field : fields) {
+        Add(field);
     }
-    line += QLatin1String("\r\n");
-    device->write(line.toUtf8());
+    EndLine();
 }

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
+#include <string>
 
 class QTextCodec;
 
@@ -85,15 +86,28 @@ private:
     QString error;
 };
 
-// Writes RFC 4180 CSV: CRLF line ends, fields quoted only when they need it.
+// Writes RFC 4180 CSV in UTF-8: CRLF line ends, fields quoted only when they need it. Lines
+// are gathered in a buffer and handed to the device in blocks; Flush() before closing it.
 class CsvWriter {
 public:
     explicit CsvWriter(QIODevice* device, char separator = ',');
+    ~CsvWriter();
+    CsvWriter(const CsvWriter&) = delete;
+    CsvWriter& operator=(const CsvWriter&) = delete;
+
     void Write(const QStringList& fields);
-    static QString Field(const QString& value, char separator = ',');
+    // A line a field at a time, with no list per line (an export writes a million of them).
+    CsvWriter& Add(const QString& value);
+    CsvWriter& Add(qint64 number);
+    CsvWriter& Add(const char* ascii);
+    void EndLine();
+    void Flush();
 
 private:
+    void startField();
+
     QIODevice* device;
     char separator;
-    QString line;
+    bool inLine = false;
+    std::string buffer;
 };

@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QSaveFile>
 #include <QTextCodec>
+#include <array>
+#include <cstring>
 
 #include "ArticleView.h"
 #include "CatalogueWalk.h"
@@ -133,6 +135,31 @@ int RunImport(Tool& tool, const QStringList& arguments) {
     return ImportPriceList(tool, options);
 }
 
+namespace {
+
+// A price as ArticleView::Price writes it ("-4.99"), with the given decimal point, without a
+// string allocated or a format parsed per line.
+std::array<char, 32> priceText(qint64 minorUnits, char decimalPoint) {
+    quint64 magnitude =
+        minorUnits < 0 ? 0 - static_cast<quint64>(minorUnits) : static_cast<quint64>(minorUnits);
+    std::array<char, 32> text{};
+    char* first = text.data() + text.size() - 1;  // the terminating NUL stays
+    for (int digit = 0; digit < 3 || magnitude != 0; ++digit) {
+        if (digit == 2) {
+            *--first = decimalPoint;
+        }
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    }
+    if (minorUnits < 0) {
+        *--first = '-';
+    }
+    std::memmove(text.data(), first, static_cast<std::size_t>(text.data() + text.size() - first));
+    return text;
+}
+
+}  // namespace
+
 int RunExport(Tool& tool, const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -178,7 +205,8 @@ int RunExport(Tool& tool, const QStringList& arguments) {
     int unreadable = 0;
     CatalogueWriter catalogue(tool.Articles());
     QHash<unsigned int, QStringList> pageExtras;
-    auto flag = [](bool value) { return value ? QStringLiteral("1") : QStringLiteral("0"); };
+    auto flag = [](bool value) { return value ? "1" : "0"; };
+    const char decimalPoint = excel ? ',' : '.';
     const bool complete = forEachPage(tool.Articles(), [&](const QList<Article>& page) {
         // The additional barcodes of a whole page in one read, not one query per article.
         const bool readable = catalogue.ExtraBarcodes(page, pageExtras) == DB_OPERATION_SUCCESS;
@@ -187,21 +215,27 @@ int RunExport(Tool& tool, const QStringList& arguments) {
             if (!readable) {
                 ++unreadable;
             }
-            const QStringList extras = pageExtras.value(article.id);
-            QString price = ArticleView::Price(article.price);
-            if (excel) {
-                price.replace(QLatin1Char('.'), QLatin1Char(','));
-            }
-            writer.Write({QString::number(article.pluNo), article.name, price,
-                          QString::number(article.taxRateNo), QString::number(article.deptNo),
-                          QString::number(article.unitNo),
-                          QString::number(article.quantityPrecision), article.mainBarcode,
-                          extras.join(QLatin1Char(' ')), flag(article.saleBlocked),
-                          flag(article.isPack), flag(article.discSurBlock),
-                          flag(article.freePriceAllow), flag(article.onHandyList),
-                          QString::number(article.scaleNo), QString::number(article.linkPluNo)});
+            const auto extras = pageExtras.constFind(article.id);
+            writer.Add(qint64{article.pluNo})
+                .Add(article.name)
+                .Add(priceText(article.price, decimalPoint).data())
+                .Add(qint64{article.taxRateNo})
+                .Add(qint64{article.deptNo})
+                .Add(qint64{article.unitNo})
+                .Add(qint64{article.quantityPrecision})
+                .Add(article.mainBarcode)
+                .Add(extras == pageExtras.constEnd() ? QString() : extras->join(QLatin1Char(' ')))
+                .Add(flag(article.saleBlocked))
+                .Add(flag(article.isPack))
+                .Add(flag(article.discSurBlock))
+                .Add(flag(article.freePriceAllow))
+                .Add(flag(article.onHandyList))
+                .Add(qint64{article.scaleNo})
+                .Add(qint64{article.linkPluNo});
+            writer.EndLine();
         }
     });
+    writer.Flush();
     if (!complete || unreadable > 0) {
         return tool.DatabaseFailure(
             QStringLiteral("the catalogue could not be read; nothing was written"));
