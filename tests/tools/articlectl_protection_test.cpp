@@ -56,6 +56,8 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     // No copy can be made (a file stands where the folder goes): nothing is wiped.
     WriteFile("shop.db.backups", "not a folder");
     EXPECT_TRUE(Says(4, Do({"clear", "--no-receipts"}), "no backup could be made"));
+    WriteFile("rolls.csv", "plu,name,price\n500,Bu\xC5\x82ka,0.89\n");
+    EXPECT_TRUE(Says(4, Do({"import", "rolls.csv"}), "no backup could be made"));
     EXPECT_EQ(1, Count());
     QFile::remove(backups);
 
@@ -80,6 +82,12 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     WriteFile("garbage.db", QByteArray(8192, 'x'));
     EXPECT_EQ(3, Do(words({"restore"}) << Path("garbage.db")).exit);
     EXPECT_EQ(1, Count());
+
+    // An import's copy, written while the rows are stored, holds the catalogue before them.
+    ASSERT_EQ(0, Do({"import", "rolls.csv"}).exit);
+    EXPECT_EQ(2, Count());
+    EXPECT_EQ(QStringLiteral("1"), RawSqlite(QDir(backups).filePath(Backups(backups).last()))
+                                       .Text(QStringLiteral("SELECT count(*) FROM Article")));
 
     for (int i = 0; i < 9; ++i) {
         ASSERT_EQ(0, Do({"backup"}).exit);

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QThread>
 #include <cstring>
+#include <thread>
 
 #include "DBManager.h"
 
@@ -51,22 +52,39 @@ QStringList List(const QString& database) {
     return copies;
 }
 
-bool Copy(const QString& from, const QString& to, QString& error) {
+}  // namespace CatalogueBackup
+
+namespace {
+
+// A read-only connection to `from` inside one read transaction: every page the copy reads is
+// of the same moment, whatever other connections write meanwhile.
+sqlite3* openSnapshot(const QString& from, QString& error) {
     sqlite3* source = nullptr;
-    sqlite3* target = nullptr;
     int rc = sqlite3_open_v2(QFile::encodeName(from).constData(), &source, SQLITE_OPEN_READONLY,
                              nullptr);
+    if (rc == SQLITE_OK) {
+        sqlite3_db_config(source, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        sqlite3_busy_timeout(source, busyTimeoutMs);
+        rc = sqlite3_exec(source, "BEGIN; SELECT count(*) FROM sqlite_master", nullptr, nullptr,
+                          nullptr);
+    }
     if (rc != SQLITE_OK) {
         error = QStringLiteral("cannot read %1: %2").arg(from, errorOf(source, rc));
-    } else {
-        sqlite3_db_config(source, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-        rc = sqlite3_open_v2(QFile::encodeName(to).constData(), &target,
-                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-        if (rc != SQLITE_OK) {
-            error = QStringLiteral("cannot write %1: %2").arg(to, errorOf(target, rc));
-        }
+        sqlite3_close_v2(source);
+        return nullptr;
     }
-    if (rc == SQLITE_OK) {
+    return source;
+}
+
+// Copies what `source` holds onto `to` (created when missing), waiting for other connections'
+// locks on it.
+bool copySnapshot(sqlite3* source, const QString& from, const QString& to, QString& error) {
+    sqlite3* target = nullptr;
+    int rc = sqlite3_open_v2(QFile::encodeName(to).constData(), &target,
+                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (rc != SQLITE_OK) {
+        error = QStringLiteral("cannot write %1: %2").arg(to, errorOf(target, rc));
+    } else {
         sqlite3_busy_timeout(target, busyTimeoutMs);
         sqlite3_backup* backup = sqlite3_backup_init(target, "main", source, "main");
         if (!backup) {
@@ -92,58 +110,130 @@ bool Copy(const QString& from, const QString& to, QString& error) {
             }
         }
     }
-    sqlite3_close_v2(source);
     sqlite3_close_v2(target);
     return rc == SQLITE_OK;
 }
 
-QString Take(const QString& database, QString& error) {
-    const QString folder = Folder(database);
-    if (!QDir().mkpath(folder)) {
-        error = QStringLiteral("cannot make the folder %1").arg(folder);
-        return QString();
+}  // namespace
+
+namespace CatalogueBackup {
+
+bool Copy(const QString& from, const QString& to, QString& error) {
+    sqlite3* source = openSnapshot(from, error);
+    if (!source) {
+        return false;
     }
-    const QString stem = QDir(folder).filePath(
-        QFileInfo(database).fileName() + QLatin1Char('.') +
-        QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz")));
+    const bool copied = copySnapshot(source, from, to, error);
+    sqlite3_close_v2(source);
+    return copied;
+}
+
+struct Background::Work {
+    QString database;
+    QString folder;
+    QString path;
+    QString partial;
+    QString error;
+    sqlite3* source = nullptr;
+    bool copied = false;
+    std::thread thread;
+
     // Written under a temporary name: a copy cut short never looks like a finished one. The
     // name is taken by creating that file, so that another tool copying in the same
     // millisecond takes the next one instead of overwriting this copy.
-    QString path;
-    QString partial;
-    for (int n = 1;; ++n) {
-        path = n == 1 ? stem + QStringLiteral(".db") : stem + QStringLiteral("-%1.db").arg(n);
-        partial = path + QStringLiteral(".partial");
-        if (QFileInfo::exists(path)) {
-            continue;
-        }
-        const int fd =
-            ::open(QFile::encodeName(partial).constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-        if (fd >= 0) {
-            ::close(fd);
-            break;
-        }
-        if (errno != EEXIST) {
-            error = QStringLiteral("cannot write %1: %2")
-                        .arg(partial, QString::fromLocal8Bit(std::strerror(errno)));
-            return QString();
+    bool reserveName() {
+        const QString stem = QDir(folder).filePath(
+            QFileInfo(database).fileName() + QLatin1Char('.') +
+            QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz")));
+        for (int n = 1;; ++n) {
+            path = n == 1 ? stem + QStringLiteral(".db") : stem + QStringLiteral("-%1.db").arg(n);
+            partial = path + QStringLiteral(".partial");
+            if (QFileInfo::exists(path)) {
+                continue;
+            }
+            const int fd =
+                ::open(QFile::encodeName(partial).constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+            if (fd >= 0) {
+                ::close(fd);
+                return true;
+            }
+            if (errno != EEXIST) {
+                error = QStringLiteral("cannot write %1: %2")
+                            .arg(partial, QString::fromLocal8Bit(std::strerror(errno)));
+                return false;
+            }
         }
     }
-    if (!Copy(database, partial, error)) {
-        QFile::remove(partial);
+
+    // On the copy's own thread: only this object, its connections and its files are touched.
+    void copy() {
+        copied = copySnapshot(source, database, partial, error);
+        sqlite3_close_v2(source);
+        source = nullptr;
+        if (!copied) {
+            QFile::remove(partial);
+            return;
+        }
+        if (!QFile::rename(partial, path)) {
+            QFile::remove(partial);
+            error = QStringLiteral("cannot name the copy %1").arg(path);
+            copied = false;
+            return;
+        }
+        syncFolder(folder);
+        const QStringList copies = List(database);
+        for (int i = 0; i + kept < copies.size(); ++i) {
+            QFile::remove(copies[i]);
+        }
+    }
+};
+
+Background::Background() = default;
+
+Background::~Background() {
+    if (work && work->thread.joinable()) {
+        work->thread.join();
+    }
+}
+
+bool Background::Start(const QString& database, QString& error) {
+    work = std::make_unique<Work>();
+    work->database = database;
+    work->folder = Folder(database);
+    if (!QDir().mkpath(work->folder)) {
+        error = QStringLiteral("cannot make the folder %1").arg(work->folder);
+        return false;
+    }
+    if (!work->reserveName()) {
+        error = work->error;
+        return false;
+    }
+    work->source = openSnapshot(database, error);
+    if (!work->source) {
+        QFile::remove(work->partial);
+        return false;
+    }
+    Work* running = work.get();
+    work->thread = std::thread([running]() { running->copy(); });
+    return true;
+}
+
+QString Background::Finish(QString& error) {
+    if (!work || !work->thread.joinable()) {
+        error = QStringLiteral("no copy was started");
         return QString();
     }
-    if (!QFile::rename(partial, path)) {
-        QFile::remove(partial);
-        error = QStringLiteral("cannot name the copy %1").arg(path);
+    work->thread.join();
+    if (!work->copied) {
+        error = work->error;
         return QString();
     }
-    syncFolder(folder);
-    const QStringList copies = List(database);
-    for (int i = 0; i + kept < copies.size(); ++i) {
-        QFile::remove(copies[i]);
-    }
-    return path;
+    return work->path;
+}
+
+QString Take(const QString& database, QString& error) {
+    Background copy;
+    return copy.Start(database, error) ? copy.Finish(error) : QString();
 }
 
 bool Verify(const QString& path, QString& error) {

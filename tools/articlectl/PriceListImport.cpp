@@ -716,13 +716,17 @@ int ImportPriceList(Tool& tool, const ImportOptions& options) {
     if (options.dryRun) {
         return importer.Finish(importer.ReadRows(reader, totalBytes));
     }
-    if (!tool.BackUp()) {
+    // The copy of the catalogue as it was is written while the rows are read and stored.
+    if (!tool.StartBackUp()) {
         return EXIT_DATABASE;
     }
     // A catalogue this import creates is set up as init sets one up, in the same transaction.
     const bool created = access == Access::Create && !tool.DatabaseExisted();
     return importer.Finish(tool.InTransaction([&]() {
         const int setUp = created ? SetUpCatalogue(tool) : EXIT_DONE;
-        return setUp != EXIT_DONE ? setUp : importer.ReadRows(reader, totalBytes);
+        const int stored = setUp != EXIT_DONE ? setUp : importer.ReadRows(reader, totalBytes);
+        // Committed only once the copy is safe on disk.
+        const bool kept = tool.FinishBackUp();
+        return stored != EXIT_DONE ? stored : kept ? EXIT_DONE : EXIT_DATABASE;
     }));
 }

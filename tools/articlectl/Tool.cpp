@@ -373,21 +373,43 @@ void Tool::configureLog() {
 }
 
 bool Tool::BackUp() {
+    return StartBackUp() && FinishBackUp();
+}
+
+bool Tool::StartBackUp() {
     if (!databaseExisted) {
         return true;  // this run made the file: there is nothing yet to keep
     }
     QString error;
-    const QString copy = CatalogueBackup::Take(databasePath, error);
+    backup = std::make_unique<CatalogueBackup::Background>();
+    if (!backup->Start(databasePath, error)) {
+        backup.reset();
+        return backupFailed(error);
+    }
+    return true;
+}
+
+bool Tool::FinishBackUp() {
+    if (!backup) {
+        return true;  // nothing to keep
+    }
+    QString error;
+    const QString copy = backup->Finish(error);
+    backup.reset();
     if (copy.isEmpty()) {
-        Fail(EXIT_DATABASE,
-             QStringLiteral("no backup could be made, so nothing was changed: %1").arg(error),
-             QStringLiteral("free some space or make %1 writable, then try again")
-                 .arg(CatalogueBackup::Folder(databasePath)));
-        return false;
+        return backupFailed(error);
     }
     err << toolName << ": the catalogue as it was is kept in " << copy << "\n";
     err.flush();
     return true;
+}
+
+bool Tool::backupFailed(const QString& error) {
+    Fail(EXIT_DATABASE,
+         QStringLiteral("no backup could be made, so nothing was changed: %1").arg(error),
+         QStringLiteral("free some space or make %1 writable, then try again")
+             .arg(CatalogueBackup::Folder(databasePath)));
+    return false;
 }
 
 bool Tool::openReceipts() {

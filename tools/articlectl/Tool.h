@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "ArticleManager.h"
+#include "CatalogueBackup.h"
 #include "DBManager.h"
 #include "ExitCode.h"
 
@@ -66,6 +67,11 @@ public:
     // command changes or removes data; the last 10 copies are kept. False, with the reason
     // printed, when no copy could be made: the command must then change nothing.
     bool BackUp();
+    // BackUp() in two halves, for a long write: Start fixes the catalogue as it is and copies it
+    // while the command works; Finish waits for the copy and must be true before the command
+    // commits. Each prints what BackUp() prints.
+    bool StartBackUp();
+    bool FinishBackUp();
     // Prints "<what>: <SQLite's reason>" and returns EXIT_DATABASE.
     int DatabaseFailure(const QString& what);
 
@@ -102,6 +108,7 @@ private:
     int help(const QStringList& words);
     QString groupHelp(const Command& group, const QString& path) const;
     bool openReceipts();
+    bool backupFailed(const QString& error);
     void configureLog();
 
     QTextStream out;
@@ -117,4 +124,5 @@ private:
     QString currentName;  // with its group: "dept set"
     std::unique_ptr<DBManager> articles;
     std::unique_ptr<DBManager> receipts;
+    std::unique_ptr<CatalogueBackup::Background> backup;
 };
