@@ -628,11 +628,12 @@ int ArticleSeeker::FindPluInRange(const unsigned int& fromPlu, const unsigned in
                        ? static_cast<unsigned int>(row.Integer(column))
                        : row.Value(column).toUInt();
         };
-        ArticleBrief brief;
+        // Filled where it lies in the list: no copy of the brief and its name per row.
+        found.append(ArticleBrief());
+        ArticleBrief& brief = found.last();
         brief.id = number(0);
         brief.pluNo = number(1);
         brief.name = row.Type(2) == DBRowReader::TYPE_TEXT ? row.Text(2) : row.Value(2).toString();
-        found.append(brief);
         return true;
     };
     if (db->Load(articleTable->GetName(), {A::id, A::pluNo, A::name}, condition, append) !=
