@@ -722,11 +722,13 @@ int ImportPriceList(Tool& tool, const ImportOptions& options) {
     }
     // A catalogue this import creates is set up as init sets one up, in the same transaction.
     const bool created = access == Access::Create && !tool.DatabaseExisted();
-    return importer.Finish(tool.InTransaction([&]() {
+    const int result = tool.InTransaction([&]() {
         const int setUp = created ? SetUpCatalogue(tool) : EXIT_DONE;
         const int stored = setUp != EXIT_DONE ? setUp : importer.ReadRows(reader, totalBytes);
         // Committed only once the copy is safe on disk.
         const bool kept = tool.FinishBackUp();
         return stored != EXIT_DONE ? stored : kept ? EXIT_DONE : EXIT_DATABASE;
-    }));
+    });
+    tool.FinishBackUp();  // a transaction that could not begin still says where the copy is
+    return importer.Finish(result);
 }
