@@ -13,7 +13,7 @@
 //
 // Usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]
 // N library processes (default 3) and 2 articlectl drivers for S seconds (default 600). Programs
-// are started by launch(), through the child launcher (the emulator of a cross build).
+// are started through the child launcher (the emulator of a cross build).
 // --self-test makes the library processes lie (a rolled-back transaction and a refused barcode
 // recorded as acknowledged, some reads answering an earlier read): the checks must find it.
 // Exit status: 0 every check held, 1 a check failed, 2 the harness failed.
@@ -131,31 +131,6 @@ QByteArray key(const QByteArray& item) {
 }
 QByteArray value(const QByteArray& item) {
     return QByteArray::fromPercentEncoding(item.mid(item.indexOf(':') + 1));
-}
-
-// Runs `arguments` with its standard output and error in files; the wait status. Every program
-// this test starts goes through here, and so through the child launcher.
-int launch(QStringList arguments, const QString& out, const QString& err) {
-    std::vector<QByteArray> bytes;
-    for (const QString& argument : childCommand(arguments.first(), arguments.mid(1))) {
-        bytes.push_back(argument.toLocal8Bit());
-    }
-    std::vector<char*> argv;
-    for (QByteArray& b : bytes) {
-        argv.push_back(b.data());
-    }
-    argv.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int o = open(QFile::encodeName(out).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int e = open(QFile::encodeName(err).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (o >= 0 && e >= 0 && dup2(o, 1) >= 0 && dup2(e, 2) >= 0) {
-            execvp(argv[0], argv.data());
-        }
-        _exit(127);
-    }
-    int status = -1;
-    return pid > 0 && waitpid(pid, &status, 0) == pid ? status : -1;
 }
 
 // ---- The writers -------------------------------------------------------------------------------
@@ -293,7 +268,7 @@ void addArticle(Call& call, const QJsonValue& article) {
         Call call{writer.process};
         const int roll = static_cast<int>(writer.random() % 100);
         const QString plu = QString::number(writer.Plu());
-        QStringList arguments{tool, "--db", QDir(folder).filePath("articles.db")};
+        QStringList arguments{"--db", QDir(folder).filePath("articles.db")};
         if (roll < 18) {
             arguments << "show"
                       << "--json" << plu;
@@ -338,20 +313,16 @@ void addArticle(Call& call, const QJsonValue& article) {
             arguments << "barcode"
                       << "add" << plu << code;
         }
-        call.kind = "articlectl-" + arguments[3].toUtf8();
+        call.kind = "articlectl-" + arguments[2].toUtf8();
         call.start = now();
-        const int status = launch(arguments, base + "out", base + "err");
-        const int exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        QFile output(base + "out");
-        QFile error(base + "err");
-        output.open(QIODevice::ReadOnly);
-        error.open(QIODevice::ReadOnly);
-        const QJsonObject json = QJsonDocument::fromJson(output.readAll()).object();
+        const ChildOutcome run = runChild(childCommand(tool, arguments));
+        const int exit = run.exit;
+        const QJsonObject json = QJsonDocument::fromJson(run.out).object();
         const bool scan = call.kind == "articlectl-scan";
         call.End(exit == 0 || (scan && (exit == 1 || exit == 3)), exit == 3,
-                 QString::fromUtf8(error.readAll()).trimmed());
+                 QString::fromUtf8(run.err).trimmed());
         if (scan && call.outcome == 'A') {
-            call.Add('s', arguments[5],
+            call.Add('s', arguments[4],
                      exit == 0   ? json["article"]["plu"].toInt()
                      : exit == 1 ? 0
                                  : -1);
@@ -511,8 +482,7 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
     const QString tool = QStringLiteral(ARTICLECTL_PATH);
     QString failure;
-    if (launch({tool, "--db", dir.filePath("articles.db"), "init"}, dir.filePath("tool-0.out"),
-               dir.filePath("tool-0.err")) != 0) {
+    if (runChild(childCommand(tool, {"--db", dir.filePath("articles.db"), "init"})).exit != 0) {
         failure = QStringLiteral("articlectl init failed");
     }
     // Process 0 makes the articles everyone works on.
