@@ -157,14 +157,19 @@ void apply(Model& model, const Change& change) {
             model.doubleNext = !change.flag;
             break;
         case AddArticles:
-            for (unsigned int i = 0; i < batchSize; ++i) {
+        case ImportPrices: {
+            // An imported row changes only the name and price of an article on file; a new one
+            // gets the defaults: no barcodes, not on the handy list.
+            const unsigned int rows = change.kind == AddArticles ? batchSize : importRows;
+            for (unsigned int i = 0; i < rows; ++i) {
                 ModelArticle& article = model.articles[change.plu + i];
                 article.name = change.text + QStringLiteral(" / %1").arg(i);
                 article.price = change.price + i;
             }
-            model.nextPlu = std::max(model.nextPlu, change.plu + batchSize);
+            model.nextPlu = std::max(model.nextPlu, change.plu + rows);
             ++model.serial;
             break;
+        }
         case SearchName:
             break;
         case SetDept:
@@ -176,17 +181,6 @@ void apply(Model& model, const Change& change) {
             break;
         case SetPrefix:
             model.prefixes[change.plu] = change.text + QStringLiteral("/%1").arg(change.flag);
-            ++model.serial;
-            break;
-        case ImportPrices:
-            // A row changes only the name and price of an article on file; a new one gets the
-            // defaults: no barcodes, not on the handy list.
-            for (unsigned int i = 0; i < importRows; ++i) {
-                ModelArticle& article = model.articles[change.plu + i];
-                article.name = change.text + QStringLiteral(" / %1").arg(i);
-                article.price = change.price + i;
-            }
-            model.nextPlu = std::max(model.nextPlu, change.plu + importRows);
             ++model.serial;
             break;
     }
