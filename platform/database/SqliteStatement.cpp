@@ -68,6 +68,7 @@ int SqliteStatement::Bind(int index, const QVariant& value) {
         case QMetaType::QDate:
         case QMetaType::QTime:
         case QMetaType::QString:
+            return bindText(index, *static_cast<const QString*>(value.constData()));
         default: {
             if (!value.canConvert<QString>()) {
                 return sqlite3_bind_null(statement, index);
@@ -78,6 +79,40 @@ int SqliteStatement::Bind(int index, const QVariant& value) {
                                      SQLITE_TRANSIENT);
         }
     }
+}
+
+int SqliteStatement::bindText(int index, const QString& value) {
+    // A scanned code or a typed name is encoded on the stack, with no copy of the text and no
+    // allocation; anything longer, or holding a surrogate, goes through Qt's encoder.
+    constexpr int shortText = 128;
+    if (value.size() <= shortText) {
+        char utf8[3 * shortText];
+        char* out = utf8;
+        bool encoded = true;
+        for (const QChar c : value) {
+            const ushort u = c.unicode();
+            if (u < 0x80) {
+                *out++ = static_cast<char>(u);
+            } else if (u < 0x800) {
+                *out++ = static_cast<char>(0xC0 | (u >> 6));
+                *out++ = static_cast<char>(0x80 | (u & 0x3F));
+            } else if (!c.isSurrogate()) {
+                *out++ = static_cast<char>(0xE0 | (u >> 12));
+                *out++ = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+                *out++ = static_cast<char>(0x80 | (u & 0x3F));
+            } else {
+                encoded = false;
+                break;
+            }
+        }
+        if (encoded) {
+            return sqlite3_bind_text(statement, index, utf8, static_cast<int>(out - utf8),
+                                     SQLITE_TRANSIENT);
+        }
+    }
+    // A null QString is still a text value: bind it as "" so NOT NULL columns accept it.
+    const QByteArray utf8 = value.toUtf8();
+    return sqlite3_bind_text(statement, index, utf8.constData(), utf8.size(), SQLITE_TRANSIENT);
 }
 
 void SqliteStatement::Reset() {

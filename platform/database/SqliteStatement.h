@@ -47,6 +47,7 @@ public:
     const QVector<const DBColumn*>& ColumnsOf(const DBTable* table);
 
 private:
+    int bindText(int index, const QString& value);
     sqlite3_stmt* statement;
     QString text;
     int pins = 0;
