@@ -248,8 +248,9 @@ TEST_F(Articlectl, ExportsACatalogueOfManyPagesAsItWasImported) {
                     .toUtf8();
     }
     // Quotes, both separators, a character outside the BMP and a price past a million.
-    list += "999999,\"Ser \"\"Z\xC5\x82oty\"\"; \xF0\x9F\xA7\x80\",1234567.05,1,1,1,0,,,0,0,0,0,0,0,"
-            "0\r\n";
+    list +=
+        "999999,\"Ser \"\"Z\xC5\x82oty\"\"; \xF0\x9F\xA7\x80\",1234567.05,1,1,1,0,,,0,0,0,0,0,0,"
+        "0\r\n";
     WriteFile("many.csv", list);
     ASSERT_EQ(0, Do({"import", "many.csv"}).exit);
     ASSERT_EQ(0, Do({"export", "many-again.csv"}).exit);
