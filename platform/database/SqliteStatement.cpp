@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include "DBTable.h"
+#include "Utf8.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -83,36 +84,16 @@ int SqliteStatement::Bind(int index, const QVariant& value) {
 
 int SqliteStatement::bindText(int index, const QString& value) {
     // A scanned code or a typed name is encoded on the stack, with no copy of the text and no
-    // allocation; anything longer, or holding a surrogate, goes through Qt's encoder.
+    // allocation; a longer text, or one holding a lone surrogate, goes through Qt's encoder. A
+    // null QString is still a text value, bound as "" so that NOT NULL columns take it.
     constexpr int shortText = 128;
-    if (value.size() <= shortText) {
-        char utf8[3 * shortText];
-        char* out = utf8;
-        bool encoded = true;
-        for (const QChar c : value) {
-            const ushort u = c.unicode();
-            if (u < 0x80) {
-                *out++ = static_cast<char>(u);
-            } else if (u < 0x800) {
-                *out++ = static_cast<char>(0xC0 | (u >> 6));
-                *out++ = static_cast<char>(0x80 | (u & 0x3F));
-            } else if (!c.isSurrogate()) {
-                *out++ = static_cast<char>(0xE0 | (u >> 12));
-                *out++ = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-                *out++ = static_cast<char>(0x80 | (u & 0x3F));
-            } else {
-                encoded = false;
-                break;
-            }
-        }
-        if (encoded) {
-            return sqlite3_bind_text(statement, index, utf8, static_cast<int>(out - utf8),
-                                     SQLITE_TRANSIENT);
-        }
+    char utf8[3 * shortText];
+    const int written = value.size() <= shortText ? Utf8::Encode(value, utf8) : -1;
+    if (written >= 0) {
+        return sqlite3_bind_text(statement, index, utf8, written, SQLITE_TRANSIENT);
     }
-    // A null QString is still a text value: bind it as "" so NOT NULL columns accept it.
-    const QByteArray utf8 = value.toUtf8();
-    return sqlite3_bind_text(statement, index, utf8.constData(), utf8.size(), SQLITE_TRANSIENT);
+    const QByteArray bytes = value.toUtf8();
+    return sqlite3_bind_text(statement, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
 }
 
 void SqliteStatement::Reset() {

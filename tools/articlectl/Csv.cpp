@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Utf8.h"
+
 namespace {
 
 constexpr int chunkSize = 64 * 1024;
@@ -372,43 +374,22 @@ bool needsQuotes(const QString& value, char separator) {
     return false;
 }
 
-// Appends `value` as UTF-8, each quote doubled when `quoted`. A lone surrogate is left to
-// Qt's own encoder, so the bytes are always what QString::toUtf8() gives.
+// Appends `value` as UTF-8, each quote doubled when `quoted`.
 void appendUtf8(std::string& out, const QString& value, bool quoted) {
-    const ushort* text = value.utf16();
-    const int size = value.size();
     const std::size_t start = out.size();
-    for (int i = 0; i < size; ++i) {
-        const unsigned u = text[i];
-        if (u < 0x80) {
-            if (quoted && u == '"') {
-                out += '"';
-            }
-            out += static_cast<char>(u);
-        } else if (u < 0x800) {
-            out += static_cast<char>(0xC0 | (u >> 6));
-            out += static_cast<char>(0x80 | (u & 0x3F));
-        } else if (u < 0xD800 || u > 0xDFFF) {
-            out += static_cast<char>(0xE0 | (u >> 12));
-            out += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (u & 0x3F));
-        } else if (u < 0xDC00 && i + 1 < size && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-            const unsigned code = 0x10000 + ((u - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-            ++i;
-            out += static_cast<char>(0xF0 | (code >> 18));
-            out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        } else {
-            out.resize(start);
-            const QByteArray bytes = value.toUtf8();
-            for (const char c : bytes) {
-                if (quoted && c == '"') {
-                    out += '"';
-                }
-                out += c;
-            }
-            return;
+    out.resize(start + 3 * static_cast<std::size_t>(value.size()));
+    const int written = Utf8::Encode(value, &out[start]);
+    if (written >= 0) {
+        out.resize(start + static_cast<std::size_t>(written));
+    } else {
+        const QByteArray bytes = value.toUtf8();
+        out.replace(start, std::string::npos, bytes.constData(),
+                    static_cast<std::size_t>(bytes.size()));
+    }
+    if (quoted) {
+        for (std::size_t i = out.find('"', start); i != std::string::npos;
+             i = out.find('"', i + 2)) {
+            out.insert(i, 1, '"');
         }
     }
 }
