@@ -1,5 +1,6 @@
 #include "PowerCutVfs.h"
 
+#include <pthread.h>
 #include <sqlite3.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -23,6 +24,16 @@ typedef struct Tracked {
     size_t opCount;
     size_t opCapacity;
 } Tracked;
+
+/* A process may do I/O on several threads (articlectl copies the catalogue beside an import):
+ * the records and counts below are kept under this lock, the real I/O runs outside it. */
+static pthread_mutex_t state = PTHREAD_MUTEX_INITIALIZER;
+#define LOCKED(statement)             \
+    do {                              \
+        pthread_mutex_lock(&state);   \
+        statement;                    \
+        pthread_mutex_unlock(&state); \
+    } while (0)
 
 static Tracked** tracked; /* each apart: open files point at theirs while the list grows */
 static size_t trackedCount;
@@ -127,26 +138,34 @@ static Tracked* find(const char* path) {
 
 /* Counts an I/O; zero when the power is (or just went) off and it must not happen. */
 static int powered(void) {
-    if (off) {
-        return 0;
+    pthread_mutex_lock(&state);
+    if (!off) {
+        ++ios;
+        off = cutAt != 0 && ios >= cutAt;
     }
-    ++ios;
-    if (cutAt != 0 && ios >= cutAt) {
-        off = 1;
-        return 0;
-    }
-    return 1;
+    const int on = !off;
+    pthread_mutex_unlock(&state);
+    return on;
+}
+
+static int isOff(void) {
+    int now = 0;
+    LOCKED(now = off);
+    return now;
 }
 
 /* Counts an I/O of `ioClass`; non-zero when it is the one that must fail. */
 static int faulty(enum IoClass ioClass) {
+    int hit = 0;
+    pthread_mutex_lock(&state);
     const unsigned long long n = ++classCount[ioClass];
-    if (faultAt == 0 || ioClass != faultClass || n != faultAt) {
-        return 0;
+    if (faultAt != 0 && ioClass == faultClass && n == faultAt) {
+        faultAt = 0; /* once: the disk works again afterwards */
+        faultHit = 1;
+        hit = 1;
     }
-    faultAt = 0; /* once: the disk works again afterwards */
-    faultHit = 1;
-    return 1;
+    pthread_mutex_unlock(&state);
+    return hit;
 }
 
 /* ---- The file methods ------------------------------------------------------------------------ */
@@ -176,7 +195,7 @@ PASS(ShmUnmap, (sqlite3_file * file, int deleteFlag), (REAL(file), deleteFlag))
 
 static int pcRead(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
     PcFile* p = (PcFile*)file;
-    if (off) {
+    if (isOff()) {
         return SQLITE_IOERR_READ;
     }
     if (faulty(IO_READ)) {
@@ -205,13 +224,13 @@ static int pcWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64
         /* What a disk that fills up midway leaves: the first part written. */
         const int rc = p->real->pMethods->xWrite(p->real, data, size / 2, offset);
         if (rc == SQLITE_OK && p->tracked) {
-            record(p->tracked, 0, offset, data, (size_t)(size / 2));
+            LOCKED(record(p->tracked, 0, offset, data, (size_t)(size / 2)));
         }
         return rc != SQLITE_OK ? rc : faultKind == IO_FAULT_FULL ? SQLITE_FULL : SQLITE_IOERR_WRITE;
     }
     const int rc = p->real->pMethods->xWrite(p->real, data, size, offset);
     if (rc == SQLITE_OK && p->tracked) {
-        record(p->tracked, 0, offset, data, (size_t)size);
+        LOCKED(record(p->tracked, 0, offset, data, (size_t)size));
     }
     return rc;
 }
@@ -223,7 +242,7 @@ static int pcTruncate(sqlite3_file* file, sqlite3_int64 size) {
     }
     const int rc = p->real->pMethods->xTruncate(p->real, size);
     if (rc == SQLITE_OK && p->tracked) {
-        record(p->tracked, 1, size, NULL, 0);
+        LOCKED(record(p->tracked, 1, size, NULL, 0));
     }
     return rc;
 }
@@ -238,7 +257,7 @@ static int pcSync(sqlite3_file* file, int flags) {
         return SQLITE_IOERR_FSYNC; /* and nothing since the last sync is known to be durable */
     }
     if (p->tracked && !dropSyncs) {
-        makeDurable(p->tracked);
+        LOCKED(makeDurable(p->tracked));
     }
     return SQLITE_OK;
 }
@@ -294,14 +313,14 @@ static int pcOpen(sqlite3_vfs* self, const char* name, sqlite3_file* file, int f
     (void)self;
     PcFile* p = (PcFile*)file;
     p->base.pMethods = NULL;
-    if (off) {
+    if (isOff()) {
         return SQLITE_CANTOPEN;
     }
     p->real = (sqlite3_file*)(p + 1);
     p->tracked = NULL;
     const int kinds = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_WAL;
     if (name && (flags & kinds) && !(flags & SQLITE_OPEN_DELETEONCLOSE)) {
-        p->tracked = find(name);
+        LOCKED(p->tracked = find(name));
     }
     const int rc = real->xOpen(real, name, p->real, flags, outFlags);
     if (rc == SQLITE_OK) {
@@ -316,6 +335,7 @@ static int pcDelete(sqlite3_vfs* self, const char* name, int syncDir) {
         return SQLITE_IOERR_DELETE;
     }
     const int rc = real->xDelete(real, name, syncDir);
+    pthread_mutex_lock(&state);
     for (size_t i = 0; i < trackedCount; ++i) {
         if (strcmp(tracked[i]->path, name) == 0) {
             clearOps(tracked[i]);
@@ -323,6 +343,7 @@ static int pcDelete(sqlite3_vfs* self, const char* name, int syncDir) {
             tracked[i]->durableSize = 0;
         }
     }
+    pthread_mutex_unlock(&state);
     return rc;
 }
 
@@ -346,11 +367,11 @@ void power_cut_vfs_arm(unsigned long long io) {
 }
 
 void power_cut_vfs_cut(void) {
-    off = 1;
+    LOCKED(off = 1);
 }
 
 int power_cut_vfs_is_off(void) {
-    return off;
+    return isOff();
 }
 
 unsigned long long power_cut_vfs_ios(void) {
