@@ -44,6 +44,7 @@ quint64 ChangeTracker::TableVersion(sqlite3* connection, const QString& table) {
 
 quint64 ChangeTracker::DataVersion(sqlite3* connection) {
     unsigned int version = 0;
-    sqlite3_file_control(connection, "main", SQLITE_FCNTL_DATA_VERSION, &version);
+    // No name: the main database without a search of the attached ones' names.
+    sqlite3_file_control(connection, nullptr, SQLITE_FCNTL_DATA_VERSION, &version);
     return version;
 }

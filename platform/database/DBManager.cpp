@@ -586,6 +586,31 @@ eDBOperationResult DBManager::Execute(const QString& sql, const DBRowHandler& ha
     return d->runner.Run(operation, sql, resolved, nullptr, d->readTimeLimitMs, &handler);
 }
 
+eDBOperationResult DBManager::Execute(const QString& head, QStringView value, const QString& tail,
+                                      const DBRowHandler& handler) {
+    if (d->observerCount.load(std::memory_order_acquire) != 0) {
+        return Execute(GivenText(head, value, tail).Text(), handler);
+    }
+    static const char* const operation = "Execute";
+    Lock lock(d->mutex);
+    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
+    if (!d->checkOpen(operation, outcome)) {
+        return outcome;
+    }
+    StatementRunner::Resolved resolved;
+    if (!d->runner.ResolveParts(operation, head, value, tail, resolved, outcome)) {
+        return outcome;
+    }
+    if (!resolved.statement->IsReadOnly()) {
+        if (!d->writeAllowed(operation, outcome)) {
+            return outcome;
+        }
+        d->changes.CountUnattributedWrite();
+    }
+    return d->runner.Run(operation, GivenText(head, value, tail), resolved, nullptr,
+                         d->readTimeLimitMs, &handler);
+}
+
 eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,
                                                        const QStringList& tails, int rowsRead) {
     Lock lock(d->mutex);

@@ -3,6 +3,7 @@
 #include <QSharedPointer>
 #include <QString>
 #include <QStringList>
+#include <QStringView>
 #include <QVariant>
 #include <functional>
 #include <initializer_list>
@@ -149,6 +150,12 @@ public:
     // The same, handing the rows of a SELECT to `handler` where they lie until it returns false,
     // instead of collecting them.
     eDBOperationResult Execute(const QString& sql, const DBRowHandler& handler);
+    // Execute(head + value + tail, handler) for a text of a declared shape (below) given in its
+    // parts: the same statement, value, rows, results and messages, and observers still receive
+    // the whole text, but while none listens the text is never built. The lookups made at
+    // every scan come this way.
+    eDBOperationResult Execute(const QString& head, QStringView value, const QString& tail,
+                               const DBRowHandler& handler);
     // Declares the shape of a statement its caller builds by pasting one text into fixed SQL
     // without escaping it (a scanned barcode, a typed name): `head` ends with the double quote
     // that opens the pasted text and each of `tails` begins with the one that closes it (more

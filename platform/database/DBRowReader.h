@@ -20,9 +20,16 @@ public:
     int ColumnCount() const { return names->size(); }
     // The name of a result column, as Execute's result gives it.
     const QString& ColumnName(int column) const { return (*names)[column]; }
+    // An id of the result's column names: the same for every row of a statement until it is
+    // compiled with other columns, and never given to other names. A caller that maps columns
+    // by name can map them once per id.
+    quint64 ColumnsId() const;
     eType Type(int column) const;
     // The value of a TYPE_INTEGER column.
     qint64 Integer(int column) const;
+    // Whether the column holds an integer, with its value in `value` then: Type and Integer in
+    // one call, for a row read at every scan.
+    bool Integer(int column, qint64& value) const;
     // The value of a TYPE_TEXT column, decoded as Value() decodes it.
     QString Text(int column) const;
     // The value as Load and Execute put it in their rows: integer as qlonglong, real as double,

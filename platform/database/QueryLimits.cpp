@@ -24,8 +24,9 @@ void QueryLimits::Start(int limitMs) {
     stopped = Reason::None;
     timeLimitMs = limitMs;
     timed = limitMs > 0;
-    deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    memoryAtStart = sqlite3_memory_used();
+    // The clock and the heap are read at the first check, after the first thousand steps: a
+    // lookup ends before that, and a scan made at every sale should not pay for either.
+    measuring = false;
 }
 
 void QueryLimits::Stop() {
@@ -38,6 +39,12 @@ bool QueryLimits::Exceeded() {
     }
     if (stopped != Reason::None) {
         return true;
+    }
+    if (!measuring) {
+        measuring = true;
+        deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeLimitMs);
+        memoryAtStart = sqlite3_memory_used();
+        return false;
     }
     if (timed && std::chrono::steady_clock::now() > deadline) {
         stopped = Reason::Time;

@@ -41,7 +41,8 @@ public:
     // anywhere. Returns an SQLite result code.
     int Install(sqlite3* connection);
 
-    // Starts the budget of one query: `timeLimitMs` (0: no time limit) and the memory limit.
+    // Starts the budget of one query: `timeLimitMs` (0: no time limit) and the memory limit,
+    // both counted from the first check (a query that ends before it is never measured).
     void Start(int timeLimitMs);
     void Stop();
     // True once the running query went past its budget (and from then on until Stop); false
@@ -71,6 +72,7 @@ private:
     static int onProgress(void* limits);
 
     bool running = false;
+    bool measuring = false;  // the clock and the heap were read at the first check
     bool timed = false;
     int timeLimitMs = 0;
     std::chrono::steady_clock::time_point deadline;

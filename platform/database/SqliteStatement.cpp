@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
+
 #include "DBTable.h"
 #include "Utf8.h"
 
@@ -69,7 +71,7 @@ int SqliteStatement::Bind(int index, const QVariant& value) {
         case QMetaType::QDate:
         case QMetaType::QTime:
         case QMetaType::QString:
-            return bindText(index, *static_cast<const QString*>(value.constData()));
+            return BindText(index, *static_cast<const QString*>(value.constData()));
         default: {
             if (!value.canConvert<QString>()) {
                 return sqlite3_bind_null(statement, index);
@@ -82,7 +84,7 @@ int SqliteStatement::Bind(int index, const QVariant& value) {
     }
 }
 
-int SqliteStatement::bindText(int index, const QString& value) {
+int SqliteStatement::BindText(int index, QStringView value) {
     // A scanned code or a typed name is encoded on the stack, with no copy of the text and no
     // allocation; a longer text, or one holding a lone surrogate, goes through Qt's encoder. A
     // null QString is still a text value, bound as "" so that NOT NULL columns take it.
@@ -94,6 +96,10 @@ int SqliteStatement::bindText(int index, const QString& value) {
     }
     const QByteArray bytes = value.toUtf8();
     return sqlite3_bind_text(statement, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
+}
+
+int SqliteStatement::BindUnowned(int index, const char* utf8, int bytes) {
+    return sqlite3_bind_text(statement, index, utf8, bytes, SQLITE_STATIC);
 }
 
 void SqliteStatement::Reset() {
@@ -136,13 +142,17 @@ const QVector<QString>& SqliteStatement::ColumnNames() {
     const int count = ColumnCount();
     // SQLite may recompile a statement after a schema change; "SELECT *" then has other columns.
     if (names.size() != count) {
-        names.resize(count);
+        // Every name read again: a column added keeps the others' places but not their names.
+        names = QVector<QString>(count);
         mappedTable = nullptr;
+        namesId = 0;
     }
-    if (count > 0 && names.first().isNull()) {
+    if (namesId == 0) {
         for (int i = 0; i < count; ++i) {
             names[i] = ColumnName(i);
         }
+        static std::atomic<quint64> lastNamesId{0};
+        namesId = ++lastNamesId;
     }
     return names;
 }

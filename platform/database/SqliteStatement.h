@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringView>
 #include <QVariant>
 #include <QVector>
 
@@ -25,6 +26,11 @@ public:
     // Binds every value in order, from parameter 1. Returns an SQLite result code.
     int BindAll(const QVector<QVariant>& values);
     int Bind(int index, const QVariant& value);
+    // Binds a text without going through a QVariant (a null view is bound as "", as in Bind).
+    int BindText(int index, QStringView value);
+    // Binds `bytes` of UTF-8 without copying them: they must stay as they are until the
+    // statement is reset.
+    int BindUnowned(int index, const char* utf8, int bytes);
     // Makes the statement ready to run again and drops its bindings.
     void Reset();
 
@@ -42,16 +48,19 @@ public:
     QString ColumnName(int column) const;
     // The names of the result columns, read once per compiled shape of the statement.
     const QVector<QString>& ColumnNames();
+    // An id of those names, given to no other names in this process: a reader that maps
+    // columns by name maps each shape once.
+    quint64 NamesId() const { return namesId; }
     // For each result column, the column of `table` of that name (null where it has none);
     // worked out once per table description.
     const QVector<const DBColumn*>& ColumnsOf(const DBTable* table);
 
 private:
-    int bindText(int index, const QString& value);
     sqlite3_stmt* statement;
     QString text;
     int pins = 0;
     QVector<QString> names;
+    quint64 namesId = 0;
     const DBTable* mappedTable = nullptr;
     QVector<const DBColumn*> mappedColumns;
 };

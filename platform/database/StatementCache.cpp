@@ -53,6 +53,22 @@ SqliteStatement* StatementCache::Acquire(const QString& text, int& rc, bool& mul
     return entries.front().statement.get();
 }
 
+SqliteStatement* StatementCache::Acquire(const QString& text, Hint& hint, int& rc, bool& multiple) {
+    if (hint.generation == generation) {
+        multiple = false;
+        rc = SQLITE_OK;
+        entries.splice(entries.begin(), entries, hint.entry);
+        hint.entry->statement->Pin();
+        return hint.entry->statement.get();
+    }
+    SqliteStatement* statement = Acquire(text, rc, multiple);
+    if (statement) {
+        hint.entry = entries.begin();
+        hint.generation = generation;
+    }
+    return statement;
+}
+
 void StatementCache::Release(SqliteStatement* statement) {
     if (!statement) {
         return;
@@ -62,6 +78,7 @@ void StatementCache::Release(SqliteStatement* statement) {
 }
 
 void StatementCache::Clear() {
+    ++generation;
     index.clear();
     entries.clear();
 }
@@ -73,6 +90,7 @@ void StatementCache::evictIfFull() {
         if (!it->statement->IsPinned()) {
             index.remove(it->statement->Text());
             it = entries.erase(it);
+            ++generation;
         }
     }
 }

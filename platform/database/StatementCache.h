@@ -25,6 +25,12 @@ public:
     // `rc` holding the SQLite result code; `multiple` is set when the text holds more than one
     // statement (nothing is compiled then). A text holding no statement gives SQLITE_MISUSE.
     SqliteStatement* Acquire(const QString& text, int& rc, bool& multiple);
+
+    // Where a text's statement was found last, kept by a caller that asks for the same text at
+    // every scan: valid while no statement has left the cache since, and then found without
+    // hashing the text.
+    struct Hint;
+    SqliteStatement* Acquire(const QString& text, Hint& hint, int& rc, bool& multiple);
     // Resets the statement and allows it to be evicted again.
     void Release(SqliteStatement* statement);
     // Finalises every statement; none may be pinned.
@@ -40,10 +46,18 @@ private:
     };
     using EntryList = std::list<Entry>;
 
+public:
+    struct Hint {
+        EntryList::iterator entry;
+        quint64 generation = 0;  // none
+    };
+
+private:
     void evictIfFull();
 
     sqlite3* connection = nullptr;
     int capacity;
-    EntryList entries;  // most recently used first
+    EntryList entries;       // most recently used first
+    quint64 generation = 1;  // moves on whenever a statement leaves the cache
     QHash<QString, EntryList::iterator> index;
 };

@@ -4,6 +4,19 @@
 
 #include "DatabaseLog.h"
 #include "QueryLimits.h"
+#include "Utf8.h"
+
+QString GivenText::Text() const {
+    if (whole) {
+        return *whole;
+    }
+    QString text;
+    text.reserve(head->size() + static_cast<int>(value.size()) + tail->size());
+    text += *head;
+    text.append(value.data(), static_cast<int>(value.size()));
+    text += *tail;
+    return text;
+}
 
 StatementRunner::StatementRunner(FailureLog& failures, QueryLimits& limits)
     : failures(failures), limits(limits) {}
@@ -210,15 +223,46 @@ QString StatementRunner::WithCondition(const QString& head, const QString& where
     return head + QStringLiteral(" WHERE ") + fragment.text;
 }
 
+namespace {
+
+// What the pasted text takes in UTF-8 when that could pass SQLite's limit on a value, else 0:
+// a code point takes at most three bytes for each UTF-16 unit.
+int pastedBytesOf(QStringView value) {
+    return value.size() * 3 > QueryLimits::maxValueBytes ? value.toUtf8().size() : 0;
+}
+
+}  // namespace
+
+bool StatementRunner::ResolveParts(const char* operation, const QString& head, QStringView value,
+                                   const QString& tail, Resolved& resolved,
+                                   eDBOperationResult& result) {
+    StatementTemplates::Shape* shape = templates.FindParts(head, tail);
+    if (!shape) {
+        return Resolve(operation, GivenText(head, value, tail).Text(), resolved, result);
+    }
+    int rc = SQLITE_OK;
+    bool multiple = false;
+    if (SqliteStatement* statement =
+            cache.Acquire(shape->statement, shape->compiled, rc, multiple)) {
+        resolved.statement = Lease(cache, statement);
+    } else {
+        resolved.statement = prepareShown(cache, failures, connection, operation, shape->statement,
+                                          GivenText(head, value, tail).Text(), result);
+    }
+    resolved.pasted = true;
+    resolved.value = value;
+    resolved.pastedBytes = pastedBytesOf(value);
+    resolved.rowsRead = shape->rowsRead;
+    return static_cast<bool>(resolved.statement);
+}
+
 bool StatementRunner::Resolve(const char* operation, const QString& sql, Resolved& resolved,
                               eDBOperationResult& result) {
     StatementTemplates::Match match;
     if (templates.Find(sql, match)) {
         resolved.statement =
             prepareShown(cache, failures, connection, operation, match.statement, sql, result);
-        // A code point takes at most three bytes in UTF-8 for each UTF-16 unit.
-        resolved.pastedBytes =
-            match.value.size() * 3 > QueryLimits::maxValueBytes ? match.value.toUtf8().size() : 0;
+        resolved.pastedBytes = pastedBytesOf(match.value);
         resolved.values = {QVariant(match.value)};
         resolved.rowsRead = match.rowsRead;
         return static_cast<bool>(resolved.statement);
@@ -230,14 +274,24 @@ bool StatementRunner::Resolve(const char* operation, const QString& sql, Resolve
     return static_cast<bool>(resolved.statement);
 }
 
-eDBOperationResult StatementRunner::Run(const char* operation, const QString& sql,
+eDBOperationResult StatementRunner::Run(const char* operation, const GivenText& sql,
                                         Resolved& resolved, DBDirectQueryResult* result,
                                         int timeLimitMs, const DBRowHandler* handler) {
     SqliteStatement* statement = resolved.statement.get();
     const QueryLimits::LongValueScope longValue(connection, resolved.pastedBytes);
-    int rc = statement->BindAll(resolved.values);
+    int rc = SQLITE_OK;
+    if (!resolved.pasted) {
+        rc = statement->BindAll(resolved.values);
+    } else {
+        // A scanned code goes to SQLite with no copy made on either side.
+        const int shortBytes = resolved.value.size() <= Resolved::shortText
+                                   ? Utf8::Encode(resolved.value, resolved.pastedUtf8)
+                                   : -1;
+        rc = shortBytes >= 0 ? statement->BindUnowned(1, resolved.pastedUtf8, shortBytes)
+                             : statement->BindText(1, resolved.value);
+    }
     if (rc != SQLITE_OK) {
-        return failures.Fail(operation, connection, rc, sql);
+        return failures.Fail(operation, connection, rc, sql.Text());
     }
     DBDirectQueryResult rows;
     const int columnCount = statement->ColumnCount();
@@ -298,15 +352,15 @@ eDBOperationResult StatementRunner::Run(const char* operation, const QString& sq
             operation, DB_OPERATION_ERROR,
             QStringLiteral("the query's result took more than %1 MiB and was stopped [%2]")
                 .arg(QueryLimits::maxQueryMemoryBytes / (1024 * 1024))
-                .arg(DatabaseLog::Excerpt(sql)));
+                .arg(DatabaseLog::Excerpt(sql.Text())));
     }
     if (rc != SQLITE_DONE && query && limits.WasStopped()) {
         return failures.Refuse(operation, DB_OPERATION_ERROR,
                                limits.StopReason() + QStringLiteral(" [") +
-                                   DatabaseLog::Excerpt(sql) + QLatin1Char(']'));
+                                   DatabaseLog::Excerpt(sql.Text()) + QLatin1Char(']'));
     }
     if (rc != SQLITE_DONE) {
-        return failures.Fail(operation, connection, rc, sql);
+        return failures.Fail(operation, connection, rc, sql.Text());
     }
     if (result) {
         *result = rows;

@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QStringView>
 #include <QVariant>
 #include <QVector>
 
@@ -20,6 +21,22 @@
 struct sqlite3;
 class FailureLog;
 class QueryLimits;
+
+// The text a statement was given as, named in failure messages: whole, or as the parts of a
+// declared shape (head, pasted value, tail), joined only when a message needs it.
+class GivenText {
+public:
+    GivenText(const QString& whole) : whole(&whole) {}  // NOLINT: any text is a given text
+    GivenText(const QString& head, QStringView value, const QString& tail)
+        : head(&head), value(value), tail(&tail) {}
+    QString Text() const;
+
+private:
+    const QString* whole = nullptr;
+    const QString* head = nullptr;
+    QStringView value;
+    const QString* tail = nullptr;
+};
 
 // Runs the statements of one connection: compiles each distinct text once (StatementCache) and
 // lends it out for one use (Lease); binds values; turns the literal values of a text handed to
@@ -97,8 +114,14 @@ public:
 
     // A text handed to Execute, ready to run.
     struct Resolved {
+        // A short pasted text in UTF-8, bound without a copy: declared first, so that it
+        // outlives the lease, which unbinds it.
+        static constexpr int shortText = 128;
+        char pastedUtf8[3 * shortText];
         Lease statement;
         QVector<QVariant> values;
+        bool pasted = false;  // a declared shape given in its parts: `value` is bound
+        QStringView value;    // the pasted text then
         int pastedBytes = 0;  // the text bound into a declared shape, in UTF-8
         int rowsRead = 0;     // rows its caller reads, 0: all
     };
@@ -107,11 +130,16 @@ public:
     // run another way.
     bool Resolve(const char* operation, const QString& sql, Resolved& resolved,
                  eDBOperationResult& result);
+    // The same for a text given as a declared shape's head and tail with `value` between them,
+    // with nothing joined or copied; a pair of head and tail never declared is joined and
+    // resolved as a whole text.
+    bool ResolveParts(const char* operation, const QString& head, QStringView value,
+                      const QString& tail, Resolved& resolved, eDBOperationResult& result);
     // Runs a resolved text; a query (read-only statement) keeps to `timeLimitMs` (0: none) and
     // the memory budget, which its result's rows count against too. A SELECT fills `result`
     // when given, with no more rows than the caller reads; `handler`, when given, receives
     // those rows in place instead.
-    eDBOperationResult Run(const char* operation, const QString& sql, Resolved& resolved,
+    eDBOperationResult Run(const char* operation, const GivenText& sql, Resolved& resolved,
                            DBDirectQueryResult* result, int timeLimitMs,
                            const DBRowHandler* handler = nullptr);
 

@@ -54,11 +54,35 @@ bool StatementTemplates::Declare(const QString& head, const QStringList& tails, 
                 }
             }
         }
-        added.append(Shape{head, tail, head.left(head.size() - 1) + QLatin1Char('?') + tail.mid(1),
-                           qMax(0, rowsRead)});
+        added.append(Shape{head,
+                           tail,
+                           head.left(head.size() - 1) + QLatin1Char('?') + tail.mid(1),
+                           qMax(0, rowsRead),
+                           {}});
     }
     shapes += added;
     return true;
+}
+
+namespace {
+
+// Equal texts; a caller that hands back the very strings it declared is known at once.
+bool same(const QString& a, const QString& b) {
+    return a.size() == b.size() &&
+           (a.constData() == b.constData() ||
+            std::memcmp(a.constData(), b.constData(),
+                        sizeof(QChar) * static_cast<size_t>(a.size())) == 0);
+}
+
+}  // namespace
+
+StatementTemplates::Shape* StatementTemplates::FindParts(const QString& head, const QString& tail) {
+    for (Shape& shape : shapes) {
+        if (same(shape.head, head) && same(shape.tail, tail)) {
+            return &shape;
+        }
+    }
+    return nullptr;
 }
 
 bool StatementTemplates::Find(const QString& sql, Match& match) const {

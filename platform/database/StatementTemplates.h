@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include "StatementCache.h"
+
 // The declared shapes of statements built by pasting one text between fixed parts: a head that
 // ends with the text's opening double quote, the text, then one of the tails, each beginning
 // with the closing double quote (a tail may go on with further clauses). A text of such a shape
@@ -27,13 +29,17 @@ public:
     };
     // Whether `sql` has a declared shape, and its parts.
     bool Find(const QString& sql, Match& match) const;
-
-private:
+    // The declared shape of `head` and `tail` (a text given in its parts): its statement and
+    // the rows its caller reads; null when no such shape was declared.
     struct Shape {
         QString head;
         QString tail;
         QString statement;
         int rowsRead;
+        StatementCache::Hint compiled;  // where its statement lies in the cache
     };
+    Shape* FindParts(const QString& head, const QString& tail);
+
+private:
     QVector<Shape> shapes;
 };

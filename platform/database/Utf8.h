@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringView>
 
 // UTF-8 of a text written straight into a caller's buffer, with no QByteArray on the way: for
 // the paths that hand a text to SQLite at every scan or write a million lines of an export.
@@ -9,9 +10,9 @@ namespace Utf8 {
 // Writes the UTF-8 of `text` to `out`, which has room for 3 * text.size() bytes, and returns
 // the bytes written; -1 when the text holds a lone surrogate, whose replacement is left to
 // QString::toUtf8(). The bytes are always what toUtf8() gives.
-inline int Encode(const QString& text, char* out) {
-    const ushort* units = text.utf16();
-    const int size = text.size();
+inline int Encode(QStringView text, char* out) {
+    const char16_t* units = text.utf16();
+    const int size = static_cast<int>(text.size());
     char* const first = out;
     for (int i = 0; i < size; ++i) {
         const unsigned u = units[i];

@@ -18,6 +18,17 @@ protected:
         EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Execute(sql, &result)) << sql.toStdString();
         return Column(result, 0);
     }
+    // The same for a text given in its parts; it must answer as the joined text does.
+    QStringList firstColumn(const QString& head, const QString& value, const QString& tail) {
+        QStringList parts;
+        const DBRowHandler read = [&parts](const DBRowReader& row) {
+            parts.append(row.Value(0).toString());
+            return true;
+        };
+        EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Execute(head, value, tail, read));
+        EXPECT_EQ(firstColumn(head + value + tail), parts) << value.left(60).toStdString();
+        return parts;
+    }
 };
 
 }  // namespace
@@ -84,21 +95,29 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
     const QString notHandy = "\" AND a.on_handy_list == 0";
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {plain, notHandy}));
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {plain}));
-    QStringList seen;
-    articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
-    EXPECT_EQ(QStringList({"1"}), firstColumn(head + "111" + plain));
-    EXPECT_EQ(QStringList({"2"}), firstColumn(head + "AB\"CD" + notHandy));
-    EXPECT_EQ(head + "111\"", seen.first()) << "observers see the text as given";
+    // Texts given in their parts run the same statement, with or without an observer; a tail
+    // never declared is run as the joined text.
     const QStringList before = articlesInTable();
-    for (const QString& text :
-         {QStringLiteral("x\" OR \"1\"=\"1"), QStringLiteral("x\" UNION SELECT 2 --"),
-          QStringLiteral("111\" --"), QStringLiteral("111\"; DELETE FROM Article; --"),
-          QStringLiteral("111\" COLLATE NOCASE"), QStringLiteral("111\" AND a.on_handy_list == 0"),
-          QStringLiteral("barcode"), QStringLiteral("111") + QChar(0), QString(QChar(0xDC00)),
-          QString(100000, QLatin1Char('1'))}) {
-        EXPECT_TRUE(firstColumn(head + text + plain).isEmpty()) << text.left(60).toStdString();
-        EXPECT_TRUE(firstColumn(head + text + notHandy).isEmpty()) << text.left(60).toStdString();
+    QStringList seen;
+    for (int observed = 0; observed < 2; ++observed) {
+        if (observed) {
+            articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
+        }
+        EXPECT_EQ(QStringList({"1"}), firstColumn(head, "111", plain));
+        EXPECT_EQ(QStringList({"2"}), firstColumn(head, "AB\"CD", notHandy));
+        EXPECT_EQ(QStringList({"1"}), firstColumn(head, "111", "\" AND a.plu_no == 1"));
+        for (const QString& text :
+             {QStringLiteral("x\" OR \"1\"=\"1"), QStringLiteral("x\" UNION SELECT 2 --"),
+              QStringLiteral("111\" --"), QStringLiteral("111\"; DELETE FROM Article; --"),
+              QStringLiteral("111\" COLLATE NOCASE"),
+              QStringLiteral("111\" AND a.on_handy_list == 0"), QStringLiteral("barcode"),
+              QStringLiteral("111") + QChar(0), QString(QChar(0xDC00)),
+              QString(100000, QLatin1Char('1'))}) {
+            EXPECT_TRUE(firstColumn(head, text, plain).isEmpty()) << text.left(60).toStdString();
+            EXPECT_TRUE(firstColumn(head, text, notHandy).isEmpty());
+        }
     }
+    EXPECT_EQ(head + "111\"", seen.first()) << "observers see the text as given";
     EXPECT_EQ(before, articlesInTable());
     // A caller that reads the first match only gets no more.
     const QString byName = "SELECT plu_no FROM Article WHERE art_name like \"";
