@@ -46,6 +46,29 @@ int checkDigit(const QChar* digits) {
 
 }  // namespace
 
+namespace {
+
+bool isValidEan13(QStringView code) {
+    if (code.size() != ean13Length) {
+        return false;
+    }
+    for (const QChar c : code) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
+            return false;
+        }
+    }
+    return code[ean13Length - 1] == QLatin1Char(static_cast<char>('0' + checkDigit(code.data())));
+}
+
+// The article barcode a label carries: its first 7 digits, a zero value, the check digit.
+void writeArticleBarcode(const QChar* label, QChar* out) {
+    std::copy(label, label + articlePartLength, out);
+    std::fill(out + articlePartLength, out + articlePartLength + valueLength, QLatin1Char('0'));
+    out[ean13Length - 1] = QLatin1Char(static_cast<char>('0' + checkDigit(out)));
+}
+
+}  // namespace
+
 int SpecialBarcodeRecognizer::Ean13CheckDigit(const QString& digits) {
     if (digits.size() != ean13Length - 1 || !allDigits(digits)) {
         return -1;
@@ -54,33 +77,33 @@ int SpecialBarcodeRecognizer::Ean13CheckDigit(const QString& digits) {
 }
 
 bool SpecialBarcodeRecognizer::IsValidEan13(const QString& code) {
-    return code.size() == ean13Length && allDigits(code) &&
-           code[ean13Length - 1] ==
-               QLatin1Char(static_cast<char>('0' + checkDigit(code.constData())));
+    return isValidEan13(code);
 }
 
 bool SpecialBarcodeRecognizer::getArticleBarcode(QString scanned, QString& out) {
-    SpecialBarcodeReading reading;
-    if (!Read(scanned, reading)) {
+    QChar code[ean13Length];
+    if (!ArticleBarcodeOf(scanned, code)) {
         return false;
     }
-    out = reading.articleBarcode;
+    out = QString(code, ean13Length);
+    return true;
+}
+
+bool SpecialBarcodeRecognizer::ArticleBarcodeOf(QStringView scanned, QChar* out) {
+    if (!isValidEan13(scanned) || !findPrefix(scanned.data(), nullptr)) {
+        return false;
+    }
+    writeArticleBarcode(scanned.data(), out);
     return true;
 }
 
 bool SpecialBarcodeRecognizer::Read(const QString& scanned, SpecialBarcodeReading& reading) {
-    if (!IsValidEan13(scanned)) {
-        return false;
-    }
     Prefix prefix;
-    if (!findPrefix(scanned, prefix)) {
+    if (!isValidEan13(scanned) || !findPrefix(scanned.constData(), &prefix)) {
         return false;
     }
-    // Built in place: every scan at the till comes through here.
     QString articleBarcode(ean13Length, QLatin1Char('0'));
-    QChar* digits = articleBarcode.data();
-    std::copy(scanned.constData(), scanned.constData() + articlePartLength, digits);
-    digits[ean13Length - 1] = QLatin1Char(static_cast<char>('0' + checkDigit(digits)));
+    writeArticleBarcode(scanned.constData(), articleBarcode.data());
     unsigned int value = 0;
     for (int i = articlePartLength; i < articlePartLength + valueLength; ++i) {
         value = value * 10 + static_cast<unsigned int>(scanned[i].unicode() - '0');
@@ -92,35 +115,37 @@ bool SpecialBarcodeRecognizer::Read(const QString& scanned, SpecialBarcodeReadin
     return true;
 }
 
-bool SpecialBarcodeRecognizer::findPrefix(const QString& code, Prefix& found) {
-    // Kept const: a loop over a shared vector that is not const would copy it.
-    const QVector<Prefix> current = currentPrefixes();
-    for (const Prefix& prefix : current) {
-        if (code.startsWith(prefix.first)) {
-            found = prefix;
+bool SpecialBarcodeRecognizer::findPrefix(const QChar* code, Prefix* found) {
+    // The database is asked without the recogniser's lock held: a thread holding the database
+    // in a transaction may scan meanwhile.
+    DBManager* db = fixedDb ? fixedDb : G::dbArticles;
+    if (!db || !db->IsOpen()) {
+        return false;
+    }
+    // The table's own version costs no database access: a prefix changed through this
+    // database shows at the next scan, one changed through another connection once this one
+    // has read since (every lookup does).
+    const quint64 version = db->GetTableVersion(prefixTable);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (db != loadedFrom || version != loadedVersion) {
+        lock.unlock();
+        reload(db, version);
+        lock.lock();
+    }
+    // Matched in place under the lock: a copy of the list would cost every scan two atomic
+    // operations more.
+    for (const Prefix& prefix : prefixes) {
+        if (std::equal(prefix.first.cbegin(), prefix.first.cend(), code)) {
+            if (found) {
+                *found = prefix;
+            }
             return true;
         }
     }
     return false;
 }
 
-QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefixes() {
-    // The database is asked without the recogniser's lock held: a thread holding the database
-    // in a transaction may scan meanwhile.
-    DBManager* db = fixedDb ? fixedDb : G::dbArticles;
-    if (!db || !db->IsOpen()) {
-        return {};
-    }
-    // The table's own version costs no database access: a prefix changed through this
-    // database shows at the next scan, one changed through another connection once this one
-    // has read since (every lookup does).
-    const quint64 version = db->GetTableVersion(prefixTable);
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (db == loadedFrom && version == loadedVersion) {
-            return prefixes;
-        }
-    }
+void SpecialBarcodeRecognizer::reload(DBManager* db, quint64 version) {
     QVector<Prefix> fresh;
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
     if (db->GetTable(prefixTable) && db->LoadAll(prefixTable, rows) == DB_OPERATION_SUCCESS) {
@@ -143,5 +168,4 @@ QVector<SpecialBarcodeRecognizer::Prefix> SpecialBarcodeRecognizer::currentPrefi
     prefixes = fresh;
     loadedFrom = db;
     loadedVersion = version;
-    return fresh;
 }

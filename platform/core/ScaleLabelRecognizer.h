@@ -2,6 +2,7 @@
 
 #include <QPair>
 #include <QString>
+#include <QStringView>
 #include <QVector>
 #include <mutex>
 
@@ -40,6 +41,9 @@ public:
     // 7 digits, "00000" and the recomputed check digit (itself a valid EAN-13, so normalising
     // it again gives the same text). False for any other code, `out` left alone.
     bool getArticleBarcode(QString scanned, QString& out);
+    // The same, with the article barcode written to `out` (room for 13 characters) and nothing
+    // allocated: every scan at the till comes through here.
+    bool ArticleBarcodeOf(QStringView scanned, QChar* out);
     // True for a special label, with everything it carries; false (reading untouched) otherwise.
     bool Read(const QString& scanned, SpecialBarcodeReading& reading);
 
@@ -51,10 +55,11 @@ public:
 private:
     using Prefix = QPair<QString, SpecialBarcodeSubjectType>;
 
-    // The longest stored prefix `code` begins with; false when none.
-    bool findPrefix(const QString& code, Prefix& found);
-    // The stored prefixes, longest first, read again when the database changed.
-    QVector<Prefix> currentPrefixes();
+    // Whether the valid EAN-13 at `code` begins with a prefix stored in the open database (read
+    // again when it changed); the longest such prefix goes to `found` when given.
+    bool findPrefix(const QChar* code, Prefix* found);
+    // Reads the stored prefixes of `db` as they stand at `version`.
+    void reload(DBManager* db, quint64 version);
 
     std::mutex mutex;
     DBManager* fixedDb;

@@ -36,20 +36,8 @@ void UnitsDBManager::Uninitialize() {
     units.clear();
 }
 
-QSharedPointer<Unit> UnitsDBManager::GetUnit(unsigned int unitNo) {
-    return current().value(unitNo);
-}
-
-QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
-    QList<QSharedPointer<Unit>> all = current().values();
-    std::sort(all.begin(), all.end(),
-              [](const QSharedPointer<Unit>& a, const QSharedPointer<Unit>& b) {
-                  return a->GetId() < b->GetId();
-              });
-    return all;
-}
-
-QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
+template <typename Read>
+bool UnitsDBManager::withCurrent(Read read) {
     // The database is asked without this manager's lock held: a thread holding the database in
     // a transaction may ask for a unit meanwhile. The units table's own version keeps the cache
     // valid while articles are written.
@@ -59,16 +47,17 @@ QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
         from = mode == FollowGlobal ? G::dbArticles : (mode == Bound ? db : nullptr);
     }
     if (!from || !from->IsOpen()) {
-        return {};
+        return false;
     }
     const quint64 version = from->GetTableVersion(unitsTable);
     {
         std::lock_guard<std::mutex> lock(mutex);
         if (from == loadedFrom && version == loadedVersion) {
-            return units;
+            read(units);
+            return true;
         }
     }
-    QHash<unsigned int, QSharedPointer<Unit>> fresh;
+    Units fresh;
     const bool loaded = load(from, fresh);
     std::lock_guard<std::mutex> lock(mutex);
     if (loaded) {
@@ -76,12 +65,41 @@ QHash<unsigned int, QSharedPointer<Unit>> UnitsDBManager::current() {
         loadedFrom = from;
         loadedVersion = version;
     } else if (from != loadedFrom) {
-        return {};  // never answer from another database's units
+        return false;  // never answer from another database's units
     }
-    return units;
+    read(units);
+    return true;
 }
 
-bool UnitsDBManager::load(DBManager* from, QHash<unsigned int, QSharedPointer<Unit>>& fresh) {
+QSharedPointer<Unit> UnitsDBManager::GetUnit(unsigned int unitNo) {
+    QSharedPointer<Unit> unit;
+    withCurrent([&](const Units& current) { unit = current.value(unitNo); });
+    return unit;
+}
+
+QList<QSharedPointer<Unit>> UnitsDBManager::GetUnits() {
+    QList<QSharedPointer<Unit>> all;
+    withCurrent([&](const Units& current) { all = current.values(); });
+    std::sort(all.begin(), all.end(),
+              [](const QSharedPointer<Unit>& a, const QSharedPointer<Unit>& b) {
+                  return a->GetId() < b->GetId();
+              });
+    return all;
+}
+
+bool UnitsDBManager::GetUnitName(unsigned int unitNo, QString& name) {
+    bool found = false;
+    withCurrent([&](const Units& current) {
+        const auto unit = current.constFind(unitNo);
+        if (unit != current.constEnd() && *unit) {
+            name = (*unit)->GetName();
+            found = true;
+        }
+    });
+    return found;
+}
+
+bool UnitsDBManager::load(DBManager* from, Units& fresh) {
     QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
     if (!from->GetTable(unitsTable) || from->LoadAll(unitsTable, rows) != DB_OPERATION_SUCCESS) {
         return false;

@@ -31,18 +31,25 @@ public:
     QSharedPointer<Unit> GetUnit(unsigned int unitNo);
     // Every unit, by number.
     QList<QSharedPointer<Unit>> GetUnits();
+    // The name of the unit of that number into `name`; false (name untouched) when there is no
+    // such unit. Copies no unit: an article's unit is named at every scan.
+    bool GetUnitName(unsigned int unitNo, QString& name);
 
 private:
     enum Source { FollowGlobal, Bound, Off };
 
-    // The units of the current source, read again when it or its content changed.
-    QHash<unsigned int, QSharedPointer<Unit>> current();
-    static bool load(DBManager* from, QHash<unsigned int, QSharedPointer<Unit>>& fresh);
+    using Units = QHash<unsigned int, QSharedPointer<Unit>>;
+    // Calls `read` with the units of the current source under the lock, reading them again
+    // first when the source or its content changed; false, without calling it, when there is
+    // no source to answer from.
+    template <typename Read>
+    bool withCurrent(Read read);
+    static bool load(DBManager* from, Units& fresh);
 
     std::mutex mutex;
     Source mode = FollowGlobal;
     DBManager* db = nullptr;
     DBManager* loadedFrom = nullptr;
     quint64 loadedVersion = 0;
-    QHash<unsigned int, QSharedPointer<Unit>> units;
+    Units units;
 };
