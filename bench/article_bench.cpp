@@ -763,8 +763,8 @@ bool startLibrary() {
         std::fprintf(stderr, "the article library did not start\n");
         return false;
     }
-    sqlite3_open_v2(setup.database.toUtf8().constData(), &setup.raw, SQLITE_OPEN_READWRITE,
-                    nullptr);
+    sqlite3_open_v2(setup.database.toUtf8().constData(), &setup.raw,
+                    SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     sqlite3_exec(setup.raw, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
     // The same access path as the library's connection, so that the ratios show its own cost.
     sqlite3_exec(setup.raw, "PRAGMA mmap_size = 0", nullptr, nullptr, nullptr);

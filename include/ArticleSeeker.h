@@ -119,6 +119,13 @@ private:
     // The first article whose `column` equals `key`; called with the mutex held.
     int findArticle(const QString& column, const QVariant& key, Article& article,
                     bool onlyHandyList, const QString& errorMessage);
+    // The fields of `row`'s columns, mapped once per shape of a result; mutex held.
+    const int* slotsOf(const DBRowReader& row);
+
+    // The Article fields of the columns of the result last read by name (-1: none), and the
+    // id of its columns; guarded by the mutex.
+    QVector<int> columnSlots;
+    quint64 columnSlotsId = 0;
 
     std::atomic<bool> initialized;
     DBManager* db;

@@ -266,28 +266,52 @@ void assignSlot(Article& article, int slot, const QVariant& value) {
 }
 
 QString unitNameOf(unsigned int unitNo) {
-    if (!G::paymentSystem) {
-        return QString();
+    QString name;
+    if (G::paymentSystem && !G::paymentSystem->GetUnitsDBManager()->GetUnitName(unitNo, name)) {
+        name = QStringLiteral("");
     }
-    const QSharedPointer<Unit> unit = G::paymentSystem->GetUnitsDBManager()->GetUnit(unitNo);
-    return unit ? unit->GetName() : QStringLiteral("");
+    return name;
+}
+
+// Hands what a lookup read to the caller's article, which keeps its reserved texts: the texts
+// are moved, not copied.
+void takeRead(Article& article, Article& read) {
+    article.id = read.id;
+    article.pluNo = read.pluNo;
+    article.name.swap(read.name);
+    article.taxRateNo = read.taxRateNo;
+    article.deptNo = read.deptNo;
+    article.quantityPrecision = read.quantityPrecision;
+    article.unitNo = read.unitNo;
+    article.saleBlocked = read.saleBlocked;
+    article.mainBarcode.swap(read.mainBarcode);
+    article.price = read.price;
+    article.isPack = read.isPack;
+    article.discSurBlock = read.discSurBlock;
+    article.freePriceAllow = read.freePriceAllow;
+    article.onHandyList = read.onHandyList;
+    article.scaleNo = read.scaleNo;
+    article.linkPluNo = read.linkPluNo;
+    article.unitName.swap(read.unitName);
 }
 
 // Fills `article` from a row read in place, with the conversions of BuildArticleFromDbData:
-// columns found by name, or (`inSlotOrder`) by position in a SELECT list in slot order.
-void readArticle(const DBRowReader& row, Article& article, bool inSlotOrder) {
-    // No cache of names to slots: a thread-local one would make the library load the dynamic
-    // loader for its TLS, and slotOf is a length switch and one compare.
+// the field of each column is `fields`[column] (-1: none), or, when `fields` is null, its
+// position in a SELECT list in slot order.
+void readArticle(const DBRowReader& row, Article& article, const int* fields) {
     const int columns = row.ColumnCount();
     for (int i = 0; i < columns; ++i) {
-        const int slot = inSlotOrder ? (i <= SlotLinkPluNo ? i : -1) : slotOf(row.ColumnName(i));
+        const int slot = fields ? fields[i] : (i <= SlotLinkPluNo ? i : -1);
         if (slot < 0) {
             continue;
         }
-        const DBRowReader::eType type = row.Type(i);
-        if (type == DBRowReader::TYPE_INTEGER && assignInteger(article, slot, row.Integer(i))) {
+        // The numbers' type is asked in the same call as their value.
+        qint64 number = 0;
+        if (slot != SlotName && slot != SlotMainBarcode && row.Integer(i, number) &&
+            assignInteger(article, slot, number)) {
             continue;
         }
+        const DBRowReader::eType type = row.Type(i);
         if (type == DBRowReader::TYPE_TEXT && slot == SlotName) {
             article.name = row.Text(i);
         } else if (type == DBRowReader::TYPE_TEXT && slot == SlotMainBarcode) {
@@ -362,6 +386,18 @@ int ArticleSeeker::FindById(unsigned int id, Article& article, bool onlyHandyLis
     return findArticle(A::id, id, article, onlyHandyList, msgFindByIdError);
 }
 
+const int* ArticleSeeker::slotsOf(const DBRowReader& row) {
+    const int columns = row.ColumnCount();
+    if (row.ColumnsId() != columnSlotsId || columnSlots.size() != columns) {
+        columnSlots.resize(columns);
+        for (int i = 0; i < columns; ++i) {
+            columnSlots[i] = slotOf(row.ColumnName(i));
+        }
+        columnSlotsId = row.ColumnsId();
+    }
+    return columnSlots.constData();
+}
+
 int ArticleSeeker::findArticle(const QString& column, const QVariant& key, Article& article,
                                bool onlyHandyList, const QString& errorMessage) {
     if (!initialized) {  // uninitialised while the call waited for the lock
@@ -371,7 +407,7 @@ int ArticleSeeker::findArticle(const QString& column, const QVariant& key, Artic
     static const QVariant onTheList(true);
     bool found = false;
     const DBRowHandler readFirst = [&](const DBRowReader& row) {
-        readArticle(row, article, false);
+        readArticle(row, article, slotsOf(row));
         found = true;
         return false;
     };
@@ -563,7 +599,7 @@ int ArticleSeeker::FindNextPlu(const unsigned int& fromPlu, const unsigned int& 
     QHash<unsigned int, QString> unitNames;
     const DBRowHandler append = [&](const DBRowReader& row) {
         Article article;
-        readArticle(row, article, false);
+        readArticle(row, article, slotsOf(row));
         auto unit = unitNames.constFind(article.unitNo);
         if (unit == unitNames.constEnd()) {
             unit = unitNames.insert(article.unitNo, unitNameOf(article.unitNo));
@@ -672,30 +708,27 @@ int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article
     if (!initialized) {
         return RESULT_NOT_INITIALIZED;
     }
-    QString searched = barcode;
+    // A scale label is looked up by the article barcode it carries, built on the stack.
+    QStringView searched(barcode);
+    QChar labelArticle[13];
     ArticleBarcodeManager* barcodes =
         G::articleManager ? G::articleManager->GetBarcodeManager() : nullptr;
-    if (barcodes && barcodes->GetSpecialBarcodeRecognizer()) {
-        QString articleBarcode;
-        if (barcodes->GetSpecialBarcodeRecognizer()->getArticleBarcode(barcode, articleBarcode)) {
-            searched = articleBarcode;
-        }
+    SpecialBarcodeRecognizer* labels = barcodes ? barcodes->GetSpecialBarcodeRecognizer() : nullptr;
+    if (labels && labels->ArticleBarcodeOf(barcode, labelArticle)) {
+        searched = QStringView(labelArticle, 13);
     }
-    QString sql;
-    sql.reserve(byBarcodeHead.size() + searched.size() + byBarcodeHandyTail.size());
-    sql += byBarcodeHead;
-    sql += searched;
-    sql += onlyHandyList ? byBarcodeHandyTail : byBarcodeTail;
     // The first row is read where it lies; a second one only tells that the code is shared.
+    // Every one of the sixteen columns is assigned, so the row is read into a fresh article.
     int rows = 0;
-    Article found = article;
+    Article found;
     const DBRowHandler read = [&](const DBRowReader& row) {
         if (++rows == 1) {
-            readArticle(row, found, true);
+            readArticle(row, found, nullptr);
         }
         return rows < 2;
     };
-    if (db->Execute(sql, read) != DB_OPERATION_SUCCESS) {
+    if (db->Execute(byBarcodeHead, searched, onlyHandyList ? byBarcodeHandyTail : byBarcodeTail,
+                    read) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgByBarcodeError);
         return RESULT_DB_ERROR;
     }
@@ -707,7 +740,7 @@ int ArticleSeeker::FindArticleByBarcode(const QString& barcode, Article& article
         return RESULT_AMBIGUOUS_BARCODE;
     }
     found.unitName = unitNameOf(found.unitNo);
-    article = found;
+    takeRead(article, found);
     return RESULT_FOUND;
 }
 
