@@ -53,6 +53,15 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 
 // The parts of one open database. `mutex` guards all of them: the connection serves one
 // thread at a time, and BeginTransaction keeps it locked until the transaction ends.
+namespace {
+
+// Equal texts, known at once when they share their data (a caller's own names).
+bool sameText(const QString& a, const QString& b) {
+    return a.size() == b.size() && (a.constData() == b.constData() || a == b);
+}
+
+}  // namespace
+
 class DBManager::Private {
 public:
     Private(const QString& fileName, eSchema schema)
@@ -80,6 +89,21 @@ public:
                           QString& sql, QVector<QVariant>& values, eDBOperationResult& result);
     void closeNow();
     void notifyObservers(const QString& sql);
+
+    // LoadByKey's statements for the last shapes of key asked for: the register looks up by PLU
+    // or id at every sale.
+    struct KeyShape {
+        QString table;             // quoted
+        QVector<QString> columns;  // quoted, in the key's order
+        QVector<bool> nulls;       // which values are NULL
+        QString sql;
+        StatementCache::Hint compiled;
+    };
+    static constexpr int keyShapeCount = 4;
+    KeyShape keyShapes[keyShapeCount];
+    int nextKeyShape = 0;
+    KeyShape& keyShape(const DBTable* table, std::initializer_list<KeyField> key,
+                       const DBColumn* const* columns);
 
     const QString fileName;
     const eSchema schema;
@@ -420,12 +444,8 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
         return d->failures.Refuse(operation, DB_OPERATION_ERROR,
                                   QStringLiteral("no such table: ") + table);
     }
-    QString sql;
-    sql.reserve(96);
-    sql += QLatin1String("SELECT * FROM ");
-    sql += described->GetQuotedName();
     QVarLengthArray<QVariant, 4> values;
-    bool first = true;
+    QVarLengthArray<const DBColumn*, 4> columns;
     for (const KeyField& field : key) {
         const DBColumn* column = described->GetColumn(field.column);
         if (!column) {
@@ -433,17 +453,57 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
                                       QStringLiteral("no such column: %1 in table %2")
                                           .arg(field.column, described->GetName()));
         }
-        sql += first ? QLatin1String(" WHERE ") : QLatin1String(" AND ");
-        first = false;
-        sql += column->GetQuotedName();
-        if (!field.value.isValid()) {
-            sql += QLatin1String(" IS NULL");
-        } else {
-            sql += QLatin1String(" = ?");
+        columns.append(column);
+        if (field.value.isValid()) {
             values.append(field.value);
         }
     }
-    return d->runner.ReadEach(operation, sql, values.constData(), values.size(), handler);
+    Private::KeyShape& shape = d->keyShape(described, key, columns.constData());
+    return d->runner.ReadEach(operation, shape.sql, values.constData(), values.size(), handler,
+                              &shape.compiled);
+}
+
+DBManager::Private::KeyShape& DBManager::Private::keyShape(const DBTable* table,
+                                                           std::initializer_list<KeyField> key,
+                                                           const DBColumn* const* columns) {
+    // The text depends on the quoted names and on which values are NULL only.
+    const auto matches = [&](const KeyShape& shape) {
+        if (shape.columns.size() != static_cast<int>(key.size()) ||
+            !sameText(shape.table, table->GetQuotedName())) {
+            return false;
+        }
+        int i = 0;
+        for (const KeyField& field : key) {
+            if (shape.nulls.at(i) != !field.value.isValid() ||
+                !sameText(shape.columns.at(i), columns[i]->GetQuotedName())) {
+                return false;
+            }
+            ++i;
+        }
+        return true;
+    };
+    for (KeyShape& shape : keyShapes) {
+        if (matches(shape)) {
+            return shape;
+        }
+    }
+    KeyShape& shape = keyShapes[nextKeyShape++ % keyShapeCount];
+    shape = KeyShape();
+    shape.table = table->GetQuotedName();
+    shape.sql.reserve(96);
+    shape.sql += QLatin1String("SELECT * FROM ");
+    shape.sql += shape.table;
+    int i = 0;
+    for (const KeyField& field : key) {
+        const bool null = !field.value.isValid();
+        shape.columns.append(columns[i]->GetQuotedName());
+        shape.nulls.append(null);
+        shape.sql += i == 0 ? QLatin1String(" WHERE ") : QLatin1String(" AND ");
+        shape.sql += columns[i]->GetQuotedName();
+        shape.sql += null ? QLatin1String(" IS NULL") : QLatin1String(" = ?");
+        ++i;
+    }
+    return shape;
 }
 
 eDBOperationResult DBManager::Private::loadColumns(

@@ -135,9 +135,14 @@ int StatementRunner::AppendRows(SqliteStatement* statement, const DBTable* table
 
 eDBOperationResult StatementRunner::ReadEach(const char* operation, const QString& sql,
                                              const QVariant* values, int count,
-                                             const DBRowHandler& handler) {
+                                             const DBRowHandler& handler,
+                                             StatementCache::Hint* hint) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    const Lease statement = Prepare(operation, sql, outcome);
+    // A text that does not compile is compiled again by Prepare, which reports it.
+    int compiled = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* hinted = hint ? cache.Acquire(sql, *hint, compiled, multiple) : nullptr;
+    const Lease statement = hinted ? Lease(cache, hinted) : Prepare(operation, sql, outcome);
     if (!statement) {
         return outcome;
     }

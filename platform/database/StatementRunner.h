@@ -91,9 +91,11 @@ public:
                                 const QVector<QVariant>& values, const DBTable* table,
                                 QSharedPointer<DBData>& result);
     // Runs a read with `count` values bound, handing its rows to `handler` in place until it
-    // returns false or the rows end.
+    // returns false or the rows end. A caller that runs one text at every scan keeps a `hint`
+    // for it.
     eDBOperationResult ReadEach(const char* operation, const QString& sql, const QVariant* values,
-                                int count, const DBRowHandler& handler);
+                                int count, const DBRowHandler& handler,
+                                StatementCache::Hint* hint = nullptr);
     // Steps a bound statement, handing each row to `handler` until it returns false, the rows
     // end or `rowsRead` (> 0) rows were read; returns the last SQLite code (SQLITE_DONE when all
     // went well).
