@@ -64,6 +64,24 @@ TEST_F(StatementRunner, ExecuteRunsExactlyOneStatementSeenByObservers) {
     EXPECT_EQ(QStringList({"SELECT nonsense FROM nowhere"}), seen);
 }
 
+TEST_F(StatementRunner, AStatementCompiledAgainWithMoreColumnsNamesThemAll) {
+    AddArticle(1, "A", QString(), 100);
+    quint64 columnsId = 0;
+    QString last;
+    const DBRowHandler read = [&](const DBRowReader& row) {
+        columnsId = row.ColumnsId();
+        last = row.ColumnName(row.ColumnCount() - 1);
+        return true;
+    };
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("SELECT * FROM Article", read));
+    const quint64 before = columnsId;
+    // Another connection adds a column: SQLite compiles the cached statement again.
+    Raw().Exec("ALTER TABLE Article ADD COLUMN extra INTEGER");
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("SELECT * FROM Article", read));
+    EXPECT_EQ(QStringLiteral("extra"), last);
+    EXPECT_NE(before, columnsId) << "a reader mapping columns by name must map them again";
+}
+
 TEST_F(StatementRunner, DoubleQuotedTextIsAlwaysAValue) {
     AddArticle(1, "price", "art_name", 5);
     AddArticle(2, "Chleb", "5900000000002", 5);
