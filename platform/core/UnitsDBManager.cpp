@@ -20,8 +20,8 @@ bool UnitsDBManager::Initialize(DBManager* newDb) {
     const quint64 version = newDb ? newDb->GetTableVersion(unitsTable) : 0;
     const bool loaded = newDb && newDb->GetTable(unitsTable) && load(newDb, fresh);
     std::lock_guard<std::mutex> lock(mutex);
-    mode = loaded ? Bound : Off;
     db = loaded ? newDb : nullptr;
+    mode = loaded ? Bound : Off;
     loadedFrom = db;
     loadedVersion = version;
     units = loaded ? fresh : QHash<unsigned int, QSharedPointer<Unit>>();
@@ -41,11 +41,9 @@ bool UnitsDBManager::withCurrent(Read read) {
     // The database is asked without this manager's lock held: a thread holding the database in
     // a transaction may ask for a unit meanwhile. The units table's own version keeps the cache
     // valid while articles are written.
-    DBManager* from = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        from = mode == FollowGlobal ? G::dbArticles : (mode == Bound ? db : nullptr);
-    }
+    const Source source = mode;
+    DBManager* from =
+        source == FollowGlobal ? G::dbArticles : (source == Bound ? db.load() : nullptr);
     if (!from || !from->IsOpen()) {
         return false;
     }

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QList>
 #include <QSharedPointer>
+#include <atomic>
 #include <mutex>
 
 #include "Unit.h"
@@ -47,8 +48,9 @@ private:
     static bool load(DBManager* from, Units& fresh);
 
     std::mutex mutex;
-    Source mode = FollowGlobal;
-    DBManager* db = nullptr;
+    // Written under the mutex, read without it at every scan.
+    std::atomic<Source> mode{FollowGlobal};
+    std::atomic<DBManager*> db{nullptr};
     DBManager* loadedFrom = nullptr;
     quint64 loadedVersion = 0;
     Units units;
