@@ -19,9 +19,7 @@ class ArticleSeekerTest : public DatabaseFixture {
 protected:
     void SetUp() override {
         DatabaseFixture::SetUp();
-        Raw().Exec(
-            QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES "
-                           "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
+        AddLabelPrefixes();
         ASSERT_TRUE(seeker.Initialize(articles.get()));
     }
 
@@ -70,19 +68,19 @@ protected:
         }
     }
 
-    template <typename List>
-    static QStringList fields(const List& list, std::function<QString(const Article&)> field) {
+    static QStringList names(const QVector<Article>& found) {
         QStringList out;
-        for (const Article& article : list) {
-            out.append(field(article));
+        for (const Article& article : found) {
+            out.append(article.name);
         }
         return out;
     }
-    static QStringList names(const QVector<Article>& found) {
-        return fields(found, [](const Article& a) { return a.name; });
-    }
     static QStringList plus(const QList<Article>& found) {
-        return fields(found, [](const Article& a) { return QString::number(a.pluNo); });
+        QStringList out;
+        for (const Article& article : found) {
+            out.append(QString::number(article.pluNo));
+        }
+        return out;
     }
 
     ArticleSeeker seeker;
@@ -90,19 +88,51 @@ protected:
 
 }  // namespace
 
-TEST_F(ArticleSeekerTest, RowRoundTripFillsEveryColumnAndTheUnitName) {
+// Every column and the unit name on a hit; the record as it was on a miss; a row built from
+// only some fields keeps the rest.
+TEST_F(ArticleSeekerTest, SingleLookupsFillEveryColumnOrLeaveTheRecord) {
     const Article stored = storeFullArticle();
-    Article byPlu;
+    Article byPlu, byId, byName;
     ASSERT_EQ(0, seeker.FindPlu(4321, byPlu, false));
-    EXPECT_EQ(stored, byPlu);
-    EXPECT_EQ(QStringLiteral("kg"), byPlu.unitName);
-    Article byId;
     ASSERT_EQ(0, seeker.FindById(stored.id, byId, true));
-    EXPECT_EQ(stored, byId);
-    Article byName;
     ASSERT_EQ(0, seeker.FindName(QStringLiteral("KIEŁBASA ŚLĄSKA"), byName));
-    EXPECT_EQ(stored, byName);
-    EXPECT_EQ(QStringLiteral("kg"), byName.unitName);
+    for (const Article* read : {&byPlu, &byId, &byName}) {
+        EXPECT_EQ(stored, *read);
+        EXPECT_EQ(QStringLiteral("kg"), read->unitName);
+    }
+
+    AddArticle(5, QStringLiteral("Bułka"), QString(), 60, false);
+    Article article = stored;
+    article.unitName = QStringLiteral("kept");
+    EXPECT_EQ(3, seeker.FindPlu(6, article, false));
+    EXPECT_EQ(3, seeker.FindPlu(5, article, true));  // not on the handy list
+    EXPECT_EQ(3, seeker.FindById(999, article, false));
+    EXPECT_EQ(3, seeker.FindName(QStringLiteral("Chleb"), article));
+    EXPECT_EQ(stored, article);
+    EXPECT_EQ(QStringLiteral("kept"), article.unitName);
+    EXPECT_TRUE(log->IsEmpty());
+
+    DBRow row(articles->GetTable(QStringLiteral("Article")));
+    row.AppendField(QStringLiteral("art_name"), QStringLiteral("Nowa"));
+    row.AppendField(QStringLiteral("price"), 1234);
+    row.AppendField(QStringLiteral("dept_no"), 300);  // truncated to 8 bits
+    row.AppendField(QStringLiteral("not_a_column"), 5);
+    seeker.BuildArticleFromDbData(&row, &byPlu);
+    EXPECT_EQ(QStringLiteral("Nowa"), byPlu.name);
+    EXPECT_EQ(1234, byPlu.price);
+    EXPECT_EQ(44, byPlu.deptNo);
+    EXPECT_EQ(4321u, byPlu.pluNo);
+    EXPECT_EQ(QStringLiteral("kg"), byPlu.unitName);
+    seeker.BuildArticleFromDbData(nullptr, &byPlu);  // tolerated
+
+    // A unit not on file gives an empty name until it is added.
+    AddArticle(8, QStringLiteral("Woda"), QString(), 150, false, 42);
+    ASSERT_EQ(0, seeker.FindPlu(8, article, false));
+    EXPECT_EQ(42, article.unitNo);
+    EXPECT_TRUE(article.unitName.isEmpty());
+    Raw().Exec(QStringLiteral("INSERT INTO Units VALUES (42, 'zgrz.')"));
+    ASSERT_EQ(0, seeker.FindPlu(8, article, false));
+    EXPECT_EQ(QStringLiteral("zgrz."), article.unitName);
 }
 
 // The lookups read their row in place; what another program may have stored (text in a number
@@ -161,48 +191,6 @@ TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
         read << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
     }
     EXPECT_EQ(expectedBriefs, read);
-}
-
-TEST_F(ArticleSeekerTest, MissingArticlesLeaveTheRecordUntouched) {
-    AddArticle(5, QStringLiteral("Bułka"), QString(), 60, false);
-    Article article = storeFullArticle();
-    article.unitName = QStringLiteral("kept");
-    const Article before = article;
-    EXPECT_EQ(3, seeker.FindPlu(6, article, false));
-    EXPECT_EQ(3, seeker.FindPlu(5, article, true));  // not on the handy list
-    EXPECT_EQ(3, seeker.FindById(999, article, false));
-    EXPECT_EQ(3, seeker.FindName(QStringLiteral("Chleb"), article));
-    EXPECT_EQ(before, article);
-    EXPECT_EQ(QStringLiteral("kept"), article.unitName);
-    EXPECT_TRUE(log->IsEmpty());
-}
-
-TEST_F(ArticleSeekerTest, UnknownUnitGivesAnEmptyUnitNameUntilTheUnitIsAdded) {
-    AddArticle(8, QStringLiteral("Woda"), QString(), 150, false, 42);
-    Article article;
-    article.unitName = QStringLiteral("stale");
-    ASSERT_EQ(0, seeker.FindPlu(8, article, false));
-    EXPECT_EQ(42, article.unitNo);
-    EXPECT_TRUE(article.unitName.isEmpty());
-    Raw().Exec(QStringLiteral("INSERT INTO Units VALUES (42, 'zgrz.')"));
-    ASSERT_EQ(0, seeker.FindPlu(8, article, false));
-    EXPECT_EQ(QStringLiteral("zgrz."), article.unitName);
-}
-
-TEST_F(ArticleSeekerTest, BuildArticleSkipsUnknownFieldsAndKeepsMissingOnes) {
-    Article article = storeFullArticle();
-    DBRow row(articles->GetTable(QStringLiteral("Article")));
-    row.AppendField(QStringLiteral("art_name"), QStringLiteral("Nowa"));
-    row.AppendField(QStringLiteral("price"), 1234);
-    row.AppendField(QStringLiteral("dept_no"), 300);  // truncated to 8 bits
-    row.AppendField(QStringLiteral("not_a_column"), 5);
-    seeker.BuildArticleFromDbData(&row, &article);
-    EXPECT_EQ(QStringLiteral("Nowa"), article.name);
-    EXPECT_EQ(1234, article.price);
-    EXPECT_EQ(44, article.deptNo);
-    EXPECT_EQ(4321u, article.pluNo);
-    EXPECT_EQ(QStringLiteral("kg"), article.unitName);
-    seeker.BuildArticleFromDbData(nullptr, &article);  // tolerated
 }
 
 TEST_F(ArticleSeekerTest, FindBarcodeCountsTheRowsAndFindNameMatchesLikeAsIs) {
@@ -280,19 +268,15 @@ TEST_F(ArticleSeekerTest, DatabaseErrorsReturn4WithTheirMessages) {
     found.resize(1);
     EXPECT_EQ(0, seeker.FindNameInfix(QStringLiteral("Ch"), found));
     EXPECT_TRUE(found.isEmpty());
+    found.resize(1);
+    EXPECT_EQ(0, seeker.FindByGivenInfixAndColumn(QStringLiteral("x"), QStringLiteral("no_column"),
+                                                  found));
+    EXPECT_TRUE(found.isEmpty());
     EXPECT_FALSE(log->Mentions(QStringLiteral("ArticleSeeker")));
     EXPECT_FALSE(log->Mentions(QStringLiteral("Article Seeker")));
 }
 
-TEST_F(ArticleSeekerTest, InfixSearchOnAnUnknownColumnAnswersSuccessWithNothing) {
-    stock(1, QStringLiteral("Chleb"), QStringLiteral("111"));
-    QVector<Article> found(1);
-    EXPECT_EQ(0, seeker.FindByGivenInfixAndColumn(QStringLiteral("x"), QStringLiteral("no_column"),
-                                                  found));
-    EXPECT_TRUE(found.isEmpty());
-}
-
-TEST_F(ArticleSeekerTest, UninitialisedSeekerAnswers6WithoutAQuery) {
+TEST_F(ArticleSeekerTest, UninitialisedSeekerAnswers6WithoutAQueryAndInitializeNamesWhatIsMissing) {
     ArticleSeeker fresh;
     SqlRecorder sql(articles.get());
     Article article;
@@ -325,23 +309,19 @@ TEST_F(ArticleSeekerTest, UninitialisedSeekerAnswers6WithoutAQuery) {
     EXPECT_EQ(6, seeker.FindName(QStringLiteral("x"), article));
     EXPECT_TRUE(sql.Texts().isEmpty());
     EXPECT_TRUE(log->IsEmpty());
-}
 
-TEST_F(ArticleSeekerTest, InitializeNamesWhatIsMissing) {
-    ArticleSeeker other;
-    EXPECT_FALSE(other.Initialize(nullptr));
+    EXPECT_FALSE(fresh.Initialize(nullptr));
     Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
-    EXPECT_FALSE(other.Initialize(articles.get()));
+    EXPECT_FALSE(fresh.Initialize(articles.get()));
     Raw().Exec(QStringLiteral("DROP TABLE Article"));
-    EXPECT_FALSE(other.Initialize(articles.get()));
+    EXPECT_FALSE(fresh.Initialize(articles.get()));
     for (const char* message :
          {"ArticleSeeker construction FAILED! Can not open articles DB!",
           "ArticleSeeker construction FAILED! Can not find article barcode table in DB!",
           "ArticleSeeker construction FAILED! Can not find article table in DB!"}) {
         EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, QString::fromUtf8(message))) << message;
     }
-    Article article;
-    EXPECT_EQ(6, other.FindPlu(1, article, false));
+    EXPECT_EQ(6, fresh.FindPlu(1, article, false));
 }
 
 TEST_F(ArticleSeekerTest, ConcurrentLookupsAllSucceed) {
@@ -420,14 +400,21 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
     EXPECT_EQ(2u, count);
     EXPECT_EQ(7, seeker.CountPluInRange(10, 5, count, false));
     EXPECT_EQ(0u, count);
+    // Briefs come by PLU whatever order the rows are stored in.
     QList<ArticleBrief> briefs;
+    auto read = [&briefs] {
+        QStringList out;
+        for (const ArticleBrief& brief : briefs) {
+            out << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
+        }
+        return out;
+    };
+    ASSERT_EQ(0, seeker.FindPluInRange(0, 100, briefs, false));
+    EXPECT_EQ(QStringList({"2 10 Artykuł 10", "3 20 Artykuł 20", "1 30 Artykuł 30",
+                           "5 40 Artykuł 40", "4 50 Artykuł 50"}),
+              read());
     ASSERT_EQ(0, seeker.FindPluInRange(15, 45, briefs, false));
-    ASSERT_EQ(3, briefs.size());
-    EXPECT_EQ(20u, briefs[0].pluNo);
-    EXPECT_EQ(QStringLiteral("Artykuł 20"), briefs[0].name);
-    EXPECT_EQ(30u, briefs[1].pluNo);
-    EXPECT_EQ(1u, briefs[1].id);
-    EXPECT_EQ(40u, briefs[2].pluNo);
+    EXPECT_EQ(QStringList({"3 20 Artykuł 20", "1 30 Artykuł 30", "5 40 Artykuł 40"}), read());
     ASSERT_EQ(0, seeker.FindPluInRange(0, 100, briefs, true));
     EXPECT_EQ(2, briefs.size());
     EXPECT_EQ(3, seeker.FindPluInRange(10, 5, briefs, false));
@@ -441,19 +428,6 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
     ASSERT_EQ(0, seeker.FindFirstUnusedPlu(unused));
     EXPECT_EQ(11, unused.toInt());
     EXPECT_TRUE(log->IsEmpty());
-}
-
-TEST_F(ArticleSeekerTest, BriefsComeSortedWhateverTheStorageOrder) {
-    // Rows whose id order is the reverse of their PLU order.
-    for (unsigned int plu = 200; plu >= 101; --plu) {
-        AddArticle(plu, QStringLiteral("A%1").arg(plu));
-    }
-    QList<ArticleBrief> briefs;
-    ASSERT_EQ(0, seeker.FindPluInRange(0, 1000, briefs, false));
-    ASSERT_EQ(100, briefs.size());
-    for (int i = 1; i < briefs.size(); ++i) {
-        EXPECT_LT(briefs[i - 1].pluNo, briefs[i].pluNo);
-    }
 }
 
 TEST_F(ArticleSeekerTest, ScannedCodesFindTheirArticleOrSayWhyNot) {

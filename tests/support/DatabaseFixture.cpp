@@ -85,3 +85,9 @@ void DatabaseFixture::AddBarcode(qint64 articleId, const QString& barcode, bool 
                                       {QStringLiteral("barcode"), barcode},
                                       {QStringLiteral("is_main"), isMain}}})));
 }
+
+void DatabaseFixture::AddLabelPrefixes() {
+    Raw().Exec(
+        QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES "
+                       "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
+}

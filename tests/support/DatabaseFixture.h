@@ -37,6 +37,8 @@ protected:
                       qint64 price = 0, bool onHandyList = false, int unitNo = 1);
     // Stores a barcode row for an article.
     void AddBarcode(qint64 articleId, const QString& barcode, bool isMain);
+    // The register's scale-label prefixes: 27 and 29 price labels, 23 and 24 weight labels.
+    void AddLabelPrefixes();
 
     QTemporaryDir dir;
     std::unique_ptr<DBManager> articles;
