@@ -14,9 +14,7 @@ class ArticleBarcodeManagerTest : public DatabaseFixture {
 protected:
     void SetUp() override {
         DatabaseFixture::SetUp();
-        Raw().Exec(
-            QStringLiteral("INSERT INTO SpecialBarcodePrefixes VALUES "
-                           "(1, '27', 1), (2, '29', 1), (6, '23', 0), (7, '24', 0)"));
+        AddLabelPrefixes();
         ASSERT_TRUE(seeker.Initialize(articles.get()));
         ASSERT_TRUE(manager.Initialize(articles.get(), &seeker));
     }

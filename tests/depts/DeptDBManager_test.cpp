@@ -15,12 +15,6 @@ protected:
                          [this](int deptId) { signalled.append(deptId); });
     }
 
-    QStringList flags(const QString& where = QStringLiteral("1")) {
-        return Raw().Rows(QStringLiteral("SELECT dept_id, is_discount_blocked, is_order_printer, "
-                                         "max_discount, max_surcharge FROM Dept WHERE ") +
-                          where + QStringLiteral(" ORDER BY dept_id"));
-    }
-
     QStringList column(const QString& name) {
         return Raw().Rows(QStringLiteral("SELECT %1 FROM Dept ORDER BY dept_id").arg(name));
     }
@@ -39,15 +33,12 @@ protected:
 
 TEST_F(DeptDBManagerTest, ResetBuildsNinetyNineDepartmentsWithTheFirmwareFlags) {
     ASSERT_TRUE(manager.ResetTable());
-    EXPECT_EQ(99, Raw().Integer(QStringLiteral(
-                      "SELECT COUNT(*) FROM Dept WHERE dept_name = '' AND max_discount = 10000 "
-                      "AND max_surcharge = 10000")));
     auto expected = [](unsigned int dept) {
         const bool blocked = dept == 15 || dept >= 90;
         const bool printer = dept <= 8 || dept >= 51;
-        return QStringLiteral("%1|%2|%3|10000|10000").arg(dept).arg(blocked).arg(printer);
+        return QStringLiteral("%1||%2|%3|10000|10000").arg(dept).arg(blocked).arg(printer);
     };
-    const QStringList rows = flags();
+    const QStringList rows = Raw().Rows(QStringLiteral("SELECT * FROM Dept ORDER BY dept_id"));
     ASSERT_EQ(99, rows.size());
     for (unsigned int dept = 1; dept <= 99; ++dept) {
         EXPECT_EQ(expected(dept), rows[static_cast<int>(dept - 1)]);
@@ -74,9 +65,10 @@ TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCacheAndTheFirmwareRules) 
     EXPECT_TRUE(manager.DoesDeptPermitsPriceModifications(ofDept(16)));
     EXPECT_TRUE(manager.IsDeptForPrinterOrder(ofDept(8)));
     EXPECT_FALSE(manager.IsDeptForPrinterOrder(ofDept(9)));
+    EXPECT_TRUE(manager.IsDeptSpecial(ofDept(90)));
+    EXPECT_FALSE(manager.IsDeptSpecial(ofDept(89)));
     for (unsigned int dept : {15u, 90u, 95u, 99u}) {
         EXPECT_TRUE(manager.GetDeptFirmwareInitializer()->IsDeptSpecial(dept)) << dept;
-        EXPECT_TRUE(manager.IsDeptSpecial(ofDept(static_cast<unsigned char>(dept)))) << dept;
     }
     for (unsigned int dept : {0u, 14u, 16u, 89u, 100u, 4294967295u}) {
         EXPECT_FALSE(manager.GetDeptFirmwareInitializer()->IsDeptSpecial(dept)) << dept;
@@ -89,16 +81,6 @@ TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCacheAndTheFirmwareRules) 
     EXPECT_TRUE(manager.IsDeptSpecial(ofDept(1)));
     EXPECT_TRUE(manager.IsDeptForPrinterOrder(ofDept(1)));
     EXPECT_EQ(99, manager.GetDepts().size());
-}
-
-TEST_F(DeptDBManagerTest, CachePositionNotNumberAnswersGetDept) {
-    Raw().Exec(
-        QStringLiteral("INSERT INTO Dept (dept_id, dept_name) VALUES (5, 'five'), (7, 'seven')"));
-    ASSERT_EQ(0, manager.getRecordsFromDB());
-    ASSERT_TRUE(manager.GetDept(2));
-    EXPECT_EQ(7u, manager.GetDept(2)->GetId());
-    EXPECT_EQ(QStringLiteral("seven"), manager.GetDept(2)->GetName());
-    EXPECT_FALSE(manager.GetDept(3));
 }
 
 TEST_F(DeptDBManagerTest, AddOrUpdateWritesReloadsAndSignalsOnce) {
@@ -148,13 +130,20 @@ TEST_F(DeptDBManagerTest, FailedWritesAndReloadsSignalNothing) {
         log->Contains(Logger::LOG_NOTICE, QStringLiteral("DeptDBManager: Dept table is empty!")));
 }
 
-TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTables) {
+TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTablesAndCachesByPosition) {
     log->Clear();
     EXPECT_EQ(3, manager.getRecordsFromDB());
     EXPECT_TRUE(manager.GetDepts().isEmpty());
     EXPECT_EQ(QStringList({"DeptDBManager: Dept table is empty!"}), log->Texts());
     EXPECT_EQ(Logger::LOG_NOTICE, log->Entries().first().level);
-    ASSERT_TRUE(manager.ResetTable());
+    // GetDept answers by the position in the cache, not by the department's number.
+    Raw().Exec(
+        QStringLiteral("INSERT INTO Dept (dept_id, dept_name) VALUES (5, 'five'), (7, 'seven')"));
+    ASSERT_EQ(0, manager.getRecordsFromDB());
+    ASSERT_TRUE(manager.GetDept(2));
+    EXPECT_EQ(7u, manager.GetDept(2)->GetId());
+    EXPECT_EQ(QStringLiteral("seven"), manager.GetDept(2)->GetName());
+    EXPECT_FALSE(manager.GetDept(3));
     Raw().Exec(QStringLiteral("DROP TABLE Dept"));
     EXPECT_EQ(4, manager.getRecordsFromDB());
     EXPECT_TRUE(manager.GetDepts().isEmpty());
