@@ -155,7 +155,8 @@ TEST_F(ArticleEditorTest, EditAndDeleteTouchTheRowOfTheirIdOnly) {
     EXPECT_EQ(QStringList({"1"}), column(QStringLiteral("link_plu_no")));
 }
 
-TEST_F(ArticleEditorTest, RemovingLinksAnswersInverted) {
+// Both change the rows they name and no other; link removal answers false on success.
+TEST_F(ArticleEditorTest, RemovingLinksAndSettingOnePriceTouchOnlyTheirRows) {
     add(25, QStringLiteral("A"), 0);
     add(2, QStringLiteral("B"), 25);
     add(3, QStringLiteral("C"), 2);
@@ -165,6 +166,12 @@ TEST_F(ArticleEditorTest, RemovingLinksAnswersInverted) {
     Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
     EXPECT_TRUE(editor.RemoveAllLinksToGivenArticle(2));
     EXPECT_EQ(QStringList({"0", "0", "2"}), column(QStringLiteral("link_plu_no")));
+
+    Raw().StopFailing(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+    ASSERT_EQ(DB_OPERATION_SUCCESS,
+              editor.UpdateArticlePrice(25, PriceValue(QStringLiteral("3.50"))));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, editor.UpdateArticlePrice(7, PriceValue(1)));
+    EXPECT_EQ(QStringList({"350", "1299", "1299"}), column(QStringLiteral("price")));
 }
 
 TEST_F(ArticleEditorTest, WriteFailuresReturnTheDatabaseResultAndTheirMessages) {
@@ -281,15 +288,6 @@ TEST_F(ArticleEditorTest, PriceConversionIsAllOrNothing) {
     }
     EXPECT_TRUE(sql.Texts().isEmpty());
     EXPECT_EQ(QStringList({"100", "200"}), column(QStringLiteral("price")));
-}
-
-TEST_F(ArticleEditorTest, OneArticlesPriceIsSetByPlu) {
-    AddArticle(5, QStringLiteral("A"), QString(), 100);
-    AddArticle(6, QStringLiteral("B"), QString(), 200);
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              editor.UpdateArticlePrice(5, PriceValue(QStringLiteral("12.99"))));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, editor.UpdateArticlePrice(7, PriceValue(1)));
-    EXPECT_EQ(QStringList({"1299", "200"}), column(QStringLiteral("price")));
 }
 
 TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAndTellsTheRegister) {
