@@ -227,7 +227,7 @@ TEST_F(TextSearchIndex, TheIndexFollowsEveryWriter) {
     searchAndCheck("clearing the table");
 }
 
-TEST_F(TextSearchIndex, AFoldThatFailsLeavesTheNotesToTheSearch) {
+TEST_F(TextSearchIndex, NotesAreReadWhileFewOrUnfoldableAndFoldedWhenMany) {
     // Notes that cannot be cleared keep the index behind the table for the noted rows: the
     // search must read them along with it.
     Raw().FailOn("ArticleSearchPending", "DELETE");
@@ -240,6 +240,18 @@ TEST_F(TextSearchIndex, AFoldThatFailsLeavesTheNotesToTheSearch) {
     expectSameAsScan("%nowa naz%");
     // The failed fold left nothing half done that the next one would apply twice.
     expectFolded("a failed fold");
+
+    // Folding is a durable write: a search after a few edits reads their notes instead, and
+    // folds them once they are many.
+    for (int id = 1; id <= 10; ++id) {
+        Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Nowa %1' WHERE id = %1").arg(id));
+    }
+    expectSameAsScan("%nowa%");
+    EXPECT_EQ(10, Raw().Count("ArticleSearchPending"));
+    Raw().Exec("UPDATE Article SET art_name = 'Nowsza ' || art_name WHERE id <= 400");
+    expectSameAsScan("%nowsza%");
+    EXPECT_EQ(0, Raw().Count("ArticleSearchPending"));
+    expectFolded("many notes");
 }
 
 TEST_F(TextSearchIndex, ThreadedSearchDoesNotWaitForAnotherWriter) {
@@ -292,20 +304,6 @@ TEST_F(TextSearchIndex, ThreadedSearchDoesNotWaitForAnotherWriter) {
     ASSERT_EQ(0, writer.Exec("ROLLBACK"));
     expectSameAsScan("%nowa%");
     expectFolded("the writer let go");
-}
-
-TEST_F(TextSearchIndex, SearchesReadAFewNotesAndFoldMany) {
-    // Folding is a durable write: a search after a few edits reads their notes instead, and
-    // folds them once they are many.
-    for (int id = 1; id <= 10; ++id) {
-        Raw().Exec(QStringLiteral("UPDATE Article SET art_name = 'Nowa %1' WHERE id = %1").arg(id));
-    }
-    expectSameAsScan("%nowa%");
-    EXPECT_EQ(10, Raw().Count("ArticleSearchPending"));
-    Raw().Exec("UPDATE Article SET art_name = 'Nowsza ' || art_name WHERE id <= 400");
-    expectSameAsScan("%nowsza%");
-    EXPECT_EQ(0, Raw().Count("ArticleSearchPending"));
-    expectFolded("many notes");
 }
 
 TEST_F(TextSearchIndex, ANameLookupFindsWhatTheScanFinds) {
