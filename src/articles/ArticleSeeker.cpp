@@ -300,15 +300,25 @@ void takeRead(Article& article, Article& read) {
 // position in a SELECT list in slot order.
 void readArticle(const DBRowReader& row, Article& article, const int* fields) {
     const int columns = row.ColumnCount();
+    // The row's numbers in one call, their types asked with their values.
+    constexpr int bulkColumns = 32;
+    qint64 numbers[bulkColumns];
+    const bool bulk = columns <= bulkColumns;
+    const quint32 integers = bulk ? row.Integers(columns, numbers) : 0;
     for (int i = 0; i < columns; ++i) {
         const int slot = fields ? fields[i] : (i <= SlotLinkPluNo ? i : -1);
         if (slot < 0) {
             continue;
         }
-        // The numbers' type is asked in the same call as their value.
         qint64 number = 0;
-        if (slot != SlotName && slot != SlotMainBarcode && row.Integer(i, number) &&
-            assignInteger(article, slot, number)) {
+        bool integer = false;
+        if (bulk) {
+            integer = (integers >> i & 1u) != 0;
+            number = integer ? numbers[i] : 0;
+        } else {
+            integer = row.Integer(i, number);
+        }
+        if (integer && assignInteger(article, slot, number)) {
             continue;
         }
         const DBRowReader::eType type = row.Type(i);
