@@ -276,23 +276,10 @@ QString unitNameOf(unsigned int unitNo) {
 // Hands what a lookup read to the caller's article, which keeps its reserved texts: the texts
 // are moved, not copied.
 void takeRead(Article& article, Article& read) {
-    article.id = read.id;
-    article.pluNo = read.pluNo;
-    article.name.swap(read.name);
-    article.taxRateNo = read.taxRateNo;
-    article.deptNo = read.deptNo;
-    article.quantityPrecision = read.quantityPrecision;
-    article.unitNo = read.unitNo;
-    article.saleBlocked = read.saleBlocked;
-    article.mainBarcode.swap(read.mainBarcode);
-    article.price = read.price;
-    article.isPack = read.isPack;
-    article.discSurBlock = read.discSurBlock;
-    article.freePriceAllow = read.freePriceAllow;
-    article.onHandyList = read.onHandyList;
-    article.scaleNo = read.scaleNo;
-    article.linkPluNo = read.linkPluNo;
-    article.unitName.swap(read.unitName);
+    read.reservedText1.swap(article.reservedText1);
+    read.reservedText2.swap(article.reservedText2);
+    read.reservedText3.swap(article.reservedText3);
+    article = std::move(read);
 }
 
 // Fills `article` from a row read in place, with the conversions of BuildArticleFromDbData:

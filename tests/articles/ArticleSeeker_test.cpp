@@ -435,9 +435,11 @@ TEST_F(ArticleSeekerTest, ScannedCodesFindTheirArticleOrSayWhyNot) {
     const qint64 ham = stock(2, QStringLiteral("Szynka"), QStringLiteral("2312345000002"), true);
     AddBarcode(ham, QStringLiteral("4006381333931"), false);
     Article article;
+    article.reservedText2 = QStringLiteral("the application's");
     ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("5901234123457"), article, false));
     EXPECT_EQ(1u, article.pluNo);
     EXPECT_EQ(QStringLiteral("szt."), article.unitName);
+    EXPECT_EQ(QStringLiteral("the application's"), article.reservedText2) << "never filled";
     ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("4006381333931"), article, true));
     EXPECT_EQ(2u, article.pluNo) << "additional barcodes are scanned too";
     // A scale label: 1250 g of item 12345.
