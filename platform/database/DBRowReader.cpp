@@ -25,17 +25,24 @@ bool DBRowReader::Integer(int column, qint64& value) const {
     return true;
 }
 
-quint32 DBRowReader::Integers(int count, qint64* values) const {
+quint32 DBRowReader::Integers(int count, qint64* values, quint32* texts) const {
     sqlite3_stmt* handle = statement->Handle();
     quint32 integers = 0;
+    quint32 textColumns = 0;
     for (int i = 0; i < count && i < 32; ++i) {
         // One call for the type and the value: rows are read under the database layer's lock,
         // the only way to this connection, so the column's own value may be asked directly.
         sqlite3_value* value = sqlite3_column_value(handle, i);
-        if (sqlite3_value_type(value) == SQLITE_INTEGER) {
+        const int type = sqlite3_value_type(value);
+        if (type == SQLITE_INTEGER) {
             values[i] = sqlite3_value_int64(value);
             integers |= 1u << i;
+        } else if (type == SQLITE_TEXT) {
+            textColumns |= 1u << i;
         }
+    }
+    if (texts) {
+        *texts = textColumns;
     }
     return integers;
 }

@@ -32,8 +32,9 @@ public:
     bool Integer(int column, qint64& value) const;
     // The integers among the first `count` columns (at most 32) in one call: bit i of the
     // result tells that column i holds one, whose value is then values[i] (the others are left
-    // as they are). A lookup reads its whole row so.
-    quint32 Integers(int count, qint64* values) const;
+    // as they are); bit i of `texts`, when given, that it holds a text. A lookup reads its whole
+    // row so.
+    quint32 Integers(int count, qint64* values, quint32* texts = nullptr) const;
     // The value of a TYPE_TEXT column, decoded as Value() decodes it.
     QString Text(int column) const;
     // The value as Load and Execute put it in their rows: integer as qlonglong, real as double,

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "ArticleBarcodeManager.h"
 #include "ArticleManager.h"
@@ -156,7 +157,8 @@ QString textOf(const QVariant& value) {
 
 // An integer into its field, truncated to the field's width as QVariant's conversions do;
 // false for the text fields, which QVariant turns into decimal text.
-bool assignInteger(Article& article, int slot, qlonglong number) {
+// Inlined everywhere: with the slot known when compiled (the scan's row) the switch goes away.
+[[gnu::always_inline]] inline bool assignInteger(Article& article, int slot, qlonglong number) {
     switch (slot) {
         case SlotId:
             article.id = static_cast<unsigned int>(number);
@@ -282,16 +284,45 @@ void takeRead(Article& article, Article& read) {
     article = std::move(read);
 }
 
+// A column that holds no integer, or whose integer goes to a text field, into its field.
+void readOtherColumn(const DBRowReader& row, Article& article, int column, int slot, bool text) {
+    if (text && slot == SlotName) {
+        article.name = row.Text(column);
+    } else if (text && slot == SlotMainBarcode) {
+        article.mainBarcode = row.Text(column);
+    } else {
+        assignSlot(article, slot, row.Value(column));
+    }
+}
+
+// The scan's own SELECT list, each column's field known when compiled.
+template <int... Slot>
+void readInSlotOrder(const DBRowReader& row, Article& article, quint32 integers, quint32 texts,
+                     const qint64* numbers, std::integer_sequence<int, Slot...>) {
+    const auto read = [&](int slot) {
+        if ((integers >> slot & 1u) == 0 || !assignInteger(article, slot, numbers[slot])) {
+            readOtherColumn(row, article, slot, slot, (texts >> slot & 1u) != 0);
+        }
+    };
+    (read(Slot), ...);
+}
+
 // Fills `article` from a row read in place, with the conversions of BuildArticleFromDbData:
 // the field of each column is `fields`[column] (-1: none), or, when `fields` is null, its
 // position in a SELECT list in slot order.
 void readArticle(const DBRowReader& row, Article& article, const int* fields) {
     const int columns = row.ColumnCount();
-    // The row's numbers in one call, their types asked with their values.
+    // The row's numbers in one call, their types (and the texts') asked with their values.
     constexpr int bulkColumns = 32;
     qint64 numbers[bulkColumns];
+    quint32 texts = 0;
     const bool bulk = columns <= bulkColumns;
-    const quint32 integers = bulk ? row.Integers(columns, numbers) : 0;
+    const quint32 integers = bulk ? row.Integers(columns, numbers, &texts) : 0;
+    if (!fields && columns == SlotLinkPluNo + 1) {
+        readInSlotOrder(row, article, integers, texts, numbers,
+                        std::make_integer_sequence<int, SlotLinkPluNo + 1>());
+        return;
+    }
     for (int i = 0; i < columns; ++i) {
         const int slot = fields ? fields[i] : (i <= SlotLinkPluNo ? i : -1);
         if (slot < 0) {
@@ -299,22 +330,17 @@ void readArticle(const DBRowReader& row, Article& article, const int* fields) {
         }
         qint64 number = 0;
         bool integer = false;
+        bool text = false;
         if (bulk) {
             integer = (integers >> i & 1u) != 0;
             number = integer ? numbers[i] : 0;
+            text = (texts >> i & 1u) != 0;
         } else {
             integer = row.Integer(i, number);
+            text = !integer && row.Type(i) == DBRowReader::TYPE_TEXT;
         }
-        if (integer && assignInteger(article, slot, number)) {
-            continue;
-        }
-        const DBRowReader::eType type = row.Type(i);
-        if (type == DBRowReader::TYPE_TEXT && slot == SlotName) {
-            article.name = row.Text(i);
-        } else if (type == DBRowReader::TYPE_TEXT && slot == SlotMainBarcode) {
-            article.mainBarcode = row.Text(i);
-        } else {
-            assignSlot(article, slot, row.Value(i));
+        if (!integer || !assignInteger(article, slot, number)) {
+            readOtherColumn(row, article, i, slot, text);
         }
     }
 }
