@@ -680,19 +680,22 @@ int ArticleSeeker::FindPluInRange(const unsigned int& fromPlu, const unsigned in
     }
     // Read where the rows lie: a brief of the whole catalogue builds no row per article.
     QList<ArticleBrief> found;
-    // The columns come in the order asked for: id, PLU, name.
+    // The columns come in the order asked for: id, PLU, name; their types and the numbers in
+    // one call per row.
     const DBRowHandler append = [&found](const DBRowReader& row) {
-        auto number = [&row](int column) {
-            return row.Type(column) == DBRowReader::TYPE_INTEGER
-                       ? static_cast<unsigned int>(row.Integer(column))
-                       : row.Value(column).toUInt();
+        qint64 numbers[3];
+        quint32 texts = 0;
+        const quint32 integers = row.Integers(3, numbers, &texts);
+        auto number = [&](int column) {
+            return (integers >> column & 1u) != 0 ? static_cast<unsigned int>(numbers[column])
+                                                  : row.Value(column).toUInt();
         };
         // Filled where it lies in the list: no copy of the brief and its name per row.
         found.append(ArticleBrief());
         ArticleBrief& brief = found.last();
         brief.id = number(0);
         brief.pluNo = number(1);
-        brief.name = row.Type(2) == DBRowReader::TYPE_TEXT ? row.Text(2) : row.Value(2).toString();
+        brief.name = (texts & 4u) != 0 ? row.Text(2) : row.Value(2).toString();
         return true;
     };
     if (db->Load(articleTable->GetName(), {A::id, A::pluNo, A::name}, condition, append) !=
