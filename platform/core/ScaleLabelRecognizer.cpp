@@ -15,7 +15,7 @@ constexpr int ean13Length = 13;
 constexpr int articlePartLength = 7;
 constexpr int valueLength = 5;
 
-bool allDigits(const QString& text) {
+bool allDigits(QStringView text) {
     for (const QChar c : text) {
         if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
             return false;
@@ -44,20 +44,9 @@ int checkDigit(const QChar* digits) {
     return (10 - sum % 10) % 10;
 }
 
-}  // namespace
-
-namespace {
-
 bool isValidEan13(QStringView code) {
-    if (code.size() != ean13Length) {
-        return false;
-    }
-    for (const QChar c : code) {
-        if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
-            return false;
-        }
-    }
-    return code[ean13Length - 1] == QLatin1Char(static_cast<char>('0' + checkDigit(code.data())));
+    return code.size() == ean13Length && allDigits(code) &&
+           code[ean13Length - 1] == QLatin1Char(static_cast<char>('0' + checkDigit(code.data())));
 }
 
 // The article barcode a label carries: its first 7 digits, a zero value, the check digit.

@@ -53,15 +53,6 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 
 // The parts of one open database. `mutex` guards all of them: the connection serves one
 // thread at a time, and BeginTransaction keeps it locked until the transaction ends.
-namespace {
-
-// Equal texts, known at once when they share their data (a caller's own names).
-bool sameText(const QString& a, const QString& b) {
-    return a.size() == b.size() && (a.constData() == b.constData() || a == b);
-}
-
-}  // namespace
-
 class DBManager::Private {
 public:
     Private(const QString& fileName, eSchema schema)
@@ -89,6 +80,8 @@ public:
                           QString& sql, QVector<QVariant>& values, eDBOperationResult& result);
     void closeNow();
     void notifyObservers(const QString& sql);
+    // Execute with a row handler, observers already told.
+    eDBOperationResult executeRows(const GivenText& sql, const DBRowHandler& handler);
 
     // LoadByKey's statements for the last shapes of key asked for: the register looks up by PLU
     // or id at every sale.
@@ -469,13 +462,13 @@ DBManager::Private::KeyShape& DBManager::Private::keyShape(const DBTable* table,
     // The text depends on the quoted names and on which values are NULL only.
     const auto matches = [&](const KeyShape& shape) {
         if (shape.columns.size() != static_cast<int>(key.size()) ||
-            !sameText(shape.table, table->GetQuotedName())) {
+            !SqlText::Same(shape.table, table->GetQuotedName())) {
             return false;
         }
         int i = 0;
         for (const KeyField& field : key) {
             if (shape.nulls.at(i) != !field.value.isValid() ||
-                !sameText(shape.columns.at(i), columns[i]->GetQuotedName())) {
+                !SqlText::Same(shape.columns.at(i), columns[i]->GetQuotedName())) {
                 return false;
             }
             ++i;
@@ -626,24 +619,8 @@ eDBOperationResult DBManager::Execute(const QString& sql, DBDirectQueryResult* r
 }
 
 eDBOperationResult DBManager::Execute(const QString& sql, const DBRowHandler& handler) {
-    static const char* const operation = "Execute";
     d->notifyObservers(sql);
-    Lock lock(d->mutex);
-    eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    if (!d->checkOpen(operation, outcome)) {
-        return outcome;
-    }
-    StatementRunner::Resolved resolved;
-    if (!d->runner.Resolve(operation, sql, resolved, outcome)) {
-        return outcome;
-    }
-    if (!resolved.statement->IsReadOnly()) {
-        if (!d->writeAllowed(operation, outcome)) {
-            return outcome;
-        }
-        d->changes.CountUnattributedWrite();
-    }
-    return d->runner.Run(operation, sql, resolved, nullptr, d->readTimeLimitMs, &handler);
+    return d->executeRows(sql, handler);
 }
 
 eDBOperationResult DBManager::Execute(const QString& head, QStringView value, const QString& tail,
@@ -651,24 +628,28 @@ eDBOperationResult DBManager::Execute(const QString& head, QStringView value, co
     if (d->observerCount.load(std::memory_order_acquire) != 0) {
         return Execute(GivenText(head, value, tail).Text(), handler);
     }
+    return d->executeRows(GivenText(head, value, tail), handler);
+}
+
+eDBOperationResult DBManager::Private::executeRows(const GivenText& sql,
+                                                   const DBRowHandler& handler) {
     static const char* const operation = "Execute";
-    Lock lock(d->mutex);
+    Lock lock(mutex);
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    if (!d->checkOpen(operation, outcome)) {
+    if (!checkOpen(operation, outcome)) {
         return outcome;
     }
     StatementRunner::Resolved resolved;
-    if (!d->runner.ResolveParts(operation, head, value, tail, resolved, outcome)) {
+    if (!runner.Resolve(operation, sql, resolved, outcome)) {
         return outcome;
     }
     if (!resolved.statement->IsReadOnly()) {
-        if (!d->writeAllowed(operation, outcome)) {
+        if (!writeAllowed(operation, outcome)) {
             return outcome;
         }
-        d->changes.CountUnattributedWrite();
+        changes.CountUnattributedWrite();
     }
-    return d->runner.Run(operation, GivenText(head, value, tail), resolved, nullptr,
-                         d->readTimeLimitMs, &handler);
+    return runner.Run(operation, sql, resolved, nullptr, readTimeLimitMs, &handler);
 }
 
 eDBOperationResult DBManager::DeclareStatementTemplate(const QString& head,

@@ -238,12 +238,12 @@ int pastedBytesOf(QStringView value) {
 
 }  // namespace
 
-bool StatementRunner::ResolveParts(const char* operation, const QString& head, QStringView value,
-                                   const QString& tail, Resolved& resolved,
-                                   eDBOperationResult& result) {
-    StatementTemplates::Shape* shape = templates.FindParts(head, tail);
+bool StatementRunner::Resolve(const char* operation, const GivenText& sql, Resolved& resolved,
+                              eDBOperationResult& result) {
+    StatementTemplates::Shape* shape =
+        sql.whole ? nullptr : templates.FindParts(*sql.head, *sql.tail);
     if (!shape) {
-        return Resolve(operation, GivenText(head, value, tail).Text(), resolved, result);
+        return Resolve(operation, sql.Text(), resolved, result);
     }
     int rc = SQLITE_OK;
     bool multiple = false;
@@ -252,11 +252,11 @@ bool StatementRunner::ResolveParts(const char* operation, const QString& head, Q
         resolved.statement = Lease(cache, statement);
     } else {
         resolved.statement = prepareShown(cache, failures, connection, operation, shape->statement,
-                                          GivenText(head, value, tail).Text(), result);
+                                          sql.Text(), result);
     }
     resolved.pasted = true;
-    resolved.value = value;
-    resolved.pastedBytes = pastedBytesOf(value);
+    resolved.value = sql.value;
+    resolved.pastedBytes = pastedBytesOf(sql.value);
     resolved.rowsRead = shape->rowsRead;
     return static_cast<bool>(resolved.statement);
 }

@@ -31,7 +31,7 @@ public:
         : head(&head), value(value), tail(&tail) {}
     QString Text() const;
 
-private:
+    // The text itself when given whole, else null and the parts below.
     const QString* whole = nullptr;
     const QString* head = nullptr;
     QStringView value;
@@ -132,11 +132,11 @@ public:
     // run another way.
     bool Resolve(const char* operation, const QString& sql, Resolved& resolved,
                  eDBOperationResult& result);
-    // The same for a text given as a declared shape's head and tail with `value` between them,
-    // with nothing joined or copied; a pair of head and tail never declared is joined and
-    // resolved as a whole text.
-    bool ResolveParts(const char* operation, const QString& head, QStringView value,
-                      const QString& tail, Resolved& resolved, eDBOperationResult& result);
+    // The same for a given text. One given as a declared shape's head and tail with its value
+    // between them is resolved with nothing joined or copied; a pair of head and tail never
+    // declared is joined and resolved as a whole text.
+    bool Resolve(const char* operation, const GivenText& sql, Resolved& resolved,
+                 eDBOperationResult& result);
     // Runs a resolved text; a query (read-only statement) keeps to `timeLimitMs` (0: none) and
     // the memory budget, which its result's rows count against too. A SELECT fills `result`
     // when given, with no more rows than the caller reads; `handler`, when given, receives

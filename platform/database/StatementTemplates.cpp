@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "SqlText.h"
+
 namespace {
 
 const QChar quote = QLatin1Char('"');
@@ -64,21 +66,9 @@ bool StatementTemplates::Declare(const QString& head, const QStringList& tails, 
     return true;
 }
 
-namespace {
-
-// Equal texts; a caller that hands back the very strings it declared is known at once.
-bool same(const QString& a, const QString& b) {
-    return a.size() == b.size() &&
-           (a.constData() == b.constData() ||
-            std::memcmp(a.constData(), b.constData(),
-                        sizeof(QChar) * static_cast<size_t>(a.size())) == 0);
-}
-
-}  // namespace
-
 StatementTemplates::Shape* StatementTemplates::FindParts(const QString& head, const QString& tail) {
     for (Shape& shape : shapes) {
-        if (same(shape.head, head) && same(shape.tail, tail)) {
+        if (SqlText::Same(shape.head, head) && SqlText::Same(shape.tail, tail)) {
             return &shape;
         }
     }
