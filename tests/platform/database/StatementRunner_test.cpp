@@ -151,6 +151,45 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
     EXPECT_TRUE(log->Mentions("can be read as"));
 }
 
+TEST_F(StatementRunner, RememberedStatementsAnswerAfterTheCacheMovedOnAndFailByTheirText) {
+    AddBarcode(AddArticle(1, "Chleb"), "111", true);
+    AddArticle(2, "Masło");
+    const QString head =
+        "SELECT a.plu_no FROM Article a, ArticleBarcode b WHERE a.id == "
+        "b.article_id AND b.barcode = \"";
+    const QString tail = "\"";
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {tail}));
+    // Lookups by key remember their last shapes: five shapes in turn, NULL keys among them.
+    const QString id = "id", plu = "plu_no", name = "art_name";
+    const QVariant one(1), two(2), none, bread("Chleb");
+    auto pluOf = [&](std::initializer_list<DBManager::KeyField> key) {
+        QStringList found;
+        EXPECT_EQ(DB_OPERATION_SUCCESS,
+                  articles->LoadByKey("Article", key, [&found](const DBRowReader& row) {
+                      found << row.Value(1).toString();
+                      return true;
+                  }));
+        return found.join(',');
+    };
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ("1", firstColumn(head, "111", tail).join(','));
+        EXPECT_EQ("2", pluOf({{id, two}}));
+        EXPECT_EQ("", pluOf({{plu, none}}));
+        EXPECT_EQ("1", pluOf({{plu, one}}));
+        EXPECT_EQ("1", pluOf({{name, bread}}));
+        EXPECT_EQ("", pluOf({{id, one}, {plu, two}}));
+        // Every remembered statement is pushed out of the cache by others.
+        for (int i = 0; i < 200; ++i) {
+            firstColumn(QStringLiteral("SELECT 1 AS c%1").arg(i));
+        }
+    }
+    // A remembered statement that no longer runs names the whole text in the log.
+    Raw().Exec("DROP TABLE ArticleBarcode");
+    const DBRowHandler ignore = [](const DBRowReader&) { return true; };
+    EXPECT_NE(DB_OPERATION_SUCCESS, articles->Execute(head, QStringLiteral("111"), tail, ignore));
+    EXPECT_TRUE(log->Mentions("b.barcode = \"111\"")) << log->Texts().join('\n').toStdString();
+}
+
 TEST_F(StatementRunner, WalksByPositionAnswerAsTheTextWhateverChangesBetweenSteps) {
     // Seeded walks through the barcodes by position, every step compared with what the text
     // answers on a second connection, while rows come and go between steps through either
