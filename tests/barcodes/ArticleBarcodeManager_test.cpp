@@ -20,18 +20,17 @@ protected:
     }
 
     QStringList barcodes() {
-        return Raw().Rows(
-            QStringLiteral("SELECT article_id, barcode, is_main FROM ArticleBarcode ORDER BY id"));
+        return Raw().Rows("SELECT article_id, barcode, is_main FROM ArticleBarcode ORDER BY id");
     }
 
     // Article 1: main 111, additional 112 and 113; article 2: main 211, additional 212.
     void seed() {
-        Raw().Exec(QStringLiteral("DELETE FROM ArticleBarcode"));
-        AddBarcode(1, QStringLiteral("111"), true);
-        AddBarcode(1, QStringLiteral("112"), false);
-        AddBarcode(1, QStringLiteral("113"), false);
-        AddBarcode(2, QStringLiteral("211"), true);
-        AddBarcode(2, QStringLiteral("212"), false);
+        Raw().Exec("DELETE FROM ArticleBarcode");
+        AddBarcode(1, "111", true);
+        AddBarcode(1, "112", false);
+        AddBarcode(1, "113", false);
+        AddBarcode(2, "211", true);
+        AddBarcode(2, "212", false);
     }
 
     ArticleSeeker seeker;
@@ -41,29 +40,27 @@ protected:
 }  // namespace
 
 TEST_F(ArticleBarcodeManagerTest, AddsNormalisedBarcodesAndRefusesDuplicates) {
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, QStringLiteral("5901234123457"), true));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, QStringLiteral("2312345012500"), false));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, "5901234123457", true));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(1, "2312345012500", false));
     // Already on file for any article, main or additional; another label of the same scale
     // item is the same article barcode.
-    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS,
-              manager.AddRecord(2, QStringLiteral("5901234123457"), false));
-    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS,
-              manager.AddRecord(2, QStringLiteral("2312345000019"), true));
+    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS, manager.AddRecord(2, "5901234123457", false));
+    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS, manager.AddRecord(2, "2312345000019", true));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, manager.AddRecord(2, QString(), true));
-    EXPECT_TRUE(manager.IsRecordExist(QStringLiteral("2312345000002")));
-    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("2312345000019")));
+    EXPECT_TRUE(manager.IsRecordExist("2312345000002"));
+    EXPECT_FALSE(manager.IsRecordExist("2312345000019"));
     // All-zero barcodes never count as existing.
-    AddBarcode(1, QStringLiteral("000"), true);
-    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("000")));
+    AddBarcode(1, "000", true);
+    EXPECT_FALSE(manager.IsRecordExist("000"));
     EXPECT_FALSE(manager.IsRecordExist(QString()));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(2, QStringLiteral("000"), true));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(2, "000", true));
 
     // An article's own main barcode; a second main barcode is the caller's business.
     Article article;
     article.id = 5;
-    article.mainBarcode = QStringLiteral("4006381333931");
+    article.mainBarcode = "4006381333931";
     EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(article, true));
-    article.mainBarcode = QStringLiteral("4006381333948");
+    article.mainBarcode = "4006381333948";
     EXPECT_EQ(DB_OPERATION_SUCCESS, manager.AddRecord(article, true));
     article.id = 0;
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, manager.AddRecord(article, true));
@@ -127,10 +124,10 @@ TEST_F(ArticleBarcodeManagerTest, ConcurrentAddsOnTwoConnectionsStoreABarcodeOnc
 
 TEST_F(ArticleBarcodeManagerTest, UpdatesAndDeletesTouchExactlyTheirRows) {
     seed();
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateMainBarcode(1, QStringLiteral("2712345001236")));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(2, QStringLiteral("122")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateMainBarcode(1, "2712345001236"));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(2, "122"));
     // Row 1 is a main barcode: the additional update leaves it.
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(1, QStringLiteral("999")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.UpdateAdditionalBarcode(1, "999"));
     EXPECT_EQ(QStringList({"1|2712345000000|1", "1|122|0", "1|113|0", "2|211|1", "2|212|0"}),
               barcodes());
     seed();
@@ -148,9 +145,9 @@ TEST_F(ArticleBarcodeManagerTest, UpdatesAndDeletesTouchExactlyTheirRows) {
     EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteAllAdditionalBarcodes());
     EXPECT_EQ(QStringList({"1|111|1", "2|211|1"}), barcodes());
     seed();
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("112")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord("112"));
     // A main barcode is not deleted by its text, and that is no error.
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("111")));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord("111"));
     EXPECT_EQ(QStringList({"1|111|1", "1|113|0", "2|211|1", "2|212|0"}), barcodes());
 }
 
@@ -159,15 +156,15 @@ TEST_F(ArticleBarcodeManagerTest, ReadsBackByArticleByIndexAndRowByRow) {
     ArticleBarcodes list(1);
     ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(list));
     ASSERT_EQ(3, list.GetBarcodes().size());
-    EXPECT_EQ(Barcode(1, 1, QStringLiteral("111"), true), *list.GetBarcodes()[0]);
-    EXPECT_EQ(Barcode(2, 1, QStringLiteral("112"), false), *list.GetBarcodes()[1]);
+    EXPECT_EQ(Barcode(1, 1, "111", true), *list.GetBarcodes()[0]);
+    EXPECT_EQ(Barcode(2, 1, "112", false), *list.GetBarcodes()[1]);
     ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(list));
     EXPECT_EQ(6, list.GetBarcodes().size()) << "appended";
     ArticleBarcodes none(42);
     ASSERT_EQ(DB_OPERATION_SUCCESS, manager.Load(none));
     EXPECT_TRUE(none.GetBarcodes().isEmpty());
-    EXPECT_EQ(2u, manager.GetBarcodeIndex(QStringLiteral("112")));
-    EXPECT_EQ(0u, manager.GetBarcodeIndex(QStringLiteral("114")));
+    EXPECT_EQ(2u, manager.GetBarcodeIndex("112"));
+    EXPECT_EQ(0u, manager.GetBarcodeIndex("114"));
 
     QStringList visited;
     eDBOperationResult result = DB_OPERATION_SUCCESS;
@@ -186,21 +183,21 @@ TEST_F(ArticleBarcodeManagerTest, ReadsBackByArticleByIndexAndRowByRow) {
 }
 
 TEST_F(ArticleBarcodeManagerTest, FailuresReturn4WithTheirMessages) {
-    AddBarcode(1, QStringLiteral("111"), true);
-    AddBarcode(1, QStringLiteral("112"), false);
+    AddBarcode(1, "111", true);
+    AddBarcode(1, "112", false);
     const QStringList before = barcodes();
     for (const char* event : {"INSERT", "UPDATE", "DELETE"}) {
-        Raw().FailOn(QStringLiteral("ArticleBarcode"), QString::fromLatin1(event));
+        Raw().FailOn("ArticleBarcode", QString::fromLatin1(event));
     }
     log->Clear();
-    EXPECT_EQ(DB_OPERATION_ERROR, manager.AddRecord(1, QStringLiteral("113"), false));
-    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateMainBarcode(1, QStringLiteral("114")));
-    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateAdditionalBarcode(2, QStringLiteral("115")));
-    EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteRecord(QStringLiteral("112")));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.AddRecord(1, "113", false));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateMainBarcode(1, "114"));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.UpdateAdditionalBarcode(2, "115"));
+    EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteRecord("112"));
     EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteBarcodes(1, ALL_BARCODES));
     EXPECT_EQ(DB_OPERATION_ERROR, manager.DeleteAllAdditionalBarcodes());
     EXPECT_EQ(before, barcodes());
-    const QString prefix = QStringLiteral("ArticleBarcodeManager: SQL error when try to ");
+    const QString prefix = "ArticleBarcodeManager: SQL error when try to ";
     for (const char* message :
          {"insert article barcode to the database!", "update main article barcode in the database!",
           "update additional article barcode in the database!",
@@ -211,16 +208,15 @@ TEST_F(ArticleBarcodeManagerTest, FailuresReturn4WithTheirMessages) {
             << message;
     }
 
-    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    Raw().Exec("DROP TABLE ArticleBarcode");
     log->Clear();
     ArticleBarcodes list(1);
     EXPECT_EQ(DB_OPERATION_ERROR, manager.Load(list));
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
                               prefix + QStringLiteral("insert article barcode to the database!")));
-    EXPECT_EQ(0u, manager.GetBarcodeIndex(QStringLiteral("111")));
+    EXPECT_EQ(0u, manager.GetBarcodeIndex("111"));
     EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("ArticleBarcodeManager Seeker: SQL error when try to find a barcode!")));
+        Logger::LOG_ERROR, "ArticleBarcodeManager Seeker: SQL error when try to find a barcode!"));
     eDBOperationResult result = DB_OPERATION_SUCCESS;
     EXPECT_EQ(Barcode(), manager.LoadBarcode(result, 0));
     EXPECT_EQ(DB_OPERATION_ERROR, result);
@@ -231,13 +227,13 @@ TEST_F(ArticleBarcodeManagerTest,
     ArticleBarcodeManager fresh;
     Article article;
     article.id = 1;
-    article.mainBarcode = QStringLiteral("111");
-    EXPECT_TRUE(fresh.IsRecordExist(QStringLiteral("anything")));
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(1, QStringLiteral("111"), true));
+    article.mainBarcode = "111";
+    EXPECT_TRUE(fresh.IsRecordExist("anything"));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(1, "111", true));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(article, true));
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateMainBarcode(1, QStringLiteral("1")));
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateAdditionalBarcode(1, QStringLiteral("1")));
-    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteRecord(QStringLiteral("1")));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateMainBarcode(1, "1"));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateAdditionalBarcode(1, "1"));
+    EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteRecord("1"));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteBarcodes(1, ALL_BARCODES));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteAllAdditionalBarcodes());
     ArticleBarcodes list(1);
@@ -245,13 +241,13 @@ TEST_F(ArticleBarcodeManagerTest,
     eDBOperationResult result = DB_OPERATION_AMBIGUOUS;
     EXPECT_EQ(Barcode(), fresh.LoadBarcode(result, 0));
     EXPECT_EQ(DB_OPERATION_AMBIGUOUS, result) << "left as the caller set it";
-    EXPECT_EQ(6u, fresh.GetBarcodeIndex(QStringLiteral("1")));
-    EXPECT_EQ(0, Raw().Count(QStringLiteral("ArticleBarcode")));
+    EXPECT_EQ(6u, fresh.GetBarcodeIndex("1"));
+    EXPECT_EQ(0, Raw().Count("ArticleBarcode"));
     EXPECT_TRUE(log->IsEmpty());
 
     EXPECT_FALSE(fresh.Initialize(nullptr, &seeker));
     EXPECT_FALSE(fresh.Initialize(articles.get(), nullptr));
-    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    Raw().Exec("DROP TABLE ArticleBarcode");
     EXPECT_FALSE(fresh.Initialize(articles.get(), &seeker));
     EXPECT_EQ(QStringList(
                   {"ArticleBarcodeManager construction FAILED! Can not open articles DB!",
@@ -262,13 +258,10 @@ TEST_F(ArticleBarcodeManagerTest,
 }
 
 TEST_F(ArticleBarcodeManagerTest, HostileBarcodesChangeOnlyWhatWasAsked) {
-    AddBarcode(1, QStringLiteral("111"), true);
-    AddBarcode(1, QStringLiteral("112"), false);
-    const QStringList hostile = {
-        QStringLiteral("\""),      QStringLiteral("'; DELETE FROM ArticleBarcode; --"),
-        QStringLiteral("%"),       QStringLiteral("_"),
-        QStringLiteral("barcode"), QString(10000, QLatin1Char('9')),
-        QStringLiteral("żółć")};
+    AddBarcode(1, "111", true);
+    AddBarcode(1, "112", false);
+    const QStringList hostile = {"\"",      "'; DELETE FROM ArticleBarcode; --", "%",   "_",
+                                 "barcode", QString(10000, QLatin1Char('9')),    "żółć"};
     for (const QString& text : hostile) {
         manager.DeleteRecord(text);
         manager.GetBarcodeIndex(text);
@@ -280,7 +273,7 @@ TEST_F(ArticleBarcodeManagerTest, HostileBarcodesChangeOnlyWhatWasAsked) {
             << text.left(20).toStdString();
         EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS, manager.AddRecord(8, text, false));
     }
-    EXPECT_EQ(2 + hostile.size(), Raw().Count(QStringLiteral("ArticleBarcode")));
-    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord(QStringLiteral("%")));
-    EXPECT_EQ(1 + hostile.size(), Raw().Count(QStringLiteral("ArticleBarcode")));
+    EXPECT_EQ(2 + hostile.size(), Raw().Count("ArticleBarcode"));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, manager.DeleteRecord("%"));
+    EXPECT_EQ(1 + hostile.size(), Raw().Count("ArticleBarcode"));
 }

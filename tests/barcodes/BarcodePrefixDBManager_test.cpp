@@ -15,8 +15,8 @@ protected:
     }
 
     QStringList stored() {
-        return Raw().Rows(QStringLiteral(
-            "SELECT id, prefix, weight_or_price FROM SpecialBarcodePrefixes ORDER BY id"));
+        return Raw().Rows(
+            "SELECT id, prefix, weight_or_price FROM SpecialBarcodePrefixes ORDER BY id");
     }
 
     static QStringList describe(const QList<SpecialBarcodePrefix*>& prefixes) {
@@ -36,19 +36,18 @@ protected:
 }  // namespace
 
 TEST_F(BarcodePrefixDBManagerTest, ResetLeavesTheFactoryRowsWhichLoadByKind) {
-    ASSERT_EQ(0, manager.AddPrefix(4, QStringLiteral("28"), SPECIAL_BARCODE_WEIGHT));
-    ASSERT_EQ(0, manager.AddPrefix(4, QStringLiteral("28"), SPECIAL_BARCODE_PRICE));
+    ASSERT_EQ(0, manager.AddPrefix(4, "28", SPECIAL_BARCODE_WEIGHT));
+    ASSERT_EQ(0, manager.AddPrefix(4, "28", SPECIAL_BARCODE_PRICE));
     EXPECT_EQ(QStringList({"4|28|1"}), stored()) << "an id's entry is replaced";
     ASSERT_EQ(0, manager.RemovePrefixEntry(4));
     ASSERT_EQ(0, manager.RemovePrefixEntry(4));
     EXPECT_TRUE(stored().isEmpty());
 
-    manager.AddPrefix(3, QStringLiteral("20"), SPECIAL_BARCODE_PRICE);
+    manager.AddPrefix(3, "20", SPECIAL_BARCODE_PRICE);
     ASSERT_TRUE(manager.ResetTable());
     EXPECT_EQ(QStringList({"1|27|1", "2|29|1", "6|23|0", "7|24|0"}), stored());
-    ASSERT_EQ(
-        0, manager.AddPrefix(SpecialBarcodePrefix(9, QStringLiteral("21"), SPECIAL_BARCODE_NONE)));
-    EXPECT_EQ(QStringLiteral("NULL"), stored().last().section(QLatin1Char('|'), 2));
+    ASSERT_EQ(0, manager.AddPrefix(SpecialBarcodePrefix(9, "21", SPECIAL_BARCODE_NONE)));
+    EXPECT_EQ("NULL", stored().last().section(QLatin1Char('|'), 2));
     QList<SpecialBarcodePrefix*> all;
     ASSERT_EQ(0, manager.LoadPrefixesByType(SPECIAL_BARCODE_NONE, all));
     // An entry without a kind loads as kind 0.
@@ -73,9 +72,9 @@ TEST_F(BarcodePrefixDBManagerTest, ResetLeavesTheFactoryRowsWhichLoadByKind) {
         EXPECT_EQ(item.second, type) << item.first.toStdString();
     }
     // A failed query is told apart only by the result.
-    Raw().Exec(QStringLiteral("DROP TABLE SpecialBarcodePrefixes"));
+    Raw().Exec("DROP TABLE SpecialBarcodePrefixes");
     SpecialBarcodeSubjectType type = SPECIAL_BARCODE_PRICE;
-    EXPECT_FALSE(manager.CheckSpecialBarcodeSubjectType(QStringLiteral("27"), type));
+    EXPECT_FALSE(manager.CheckSpecialBarcodeSubjectType("27", type));
     EXPECT_EQ(SPECIAL_BARCODE_NONE, type);
 }
 
@@ -86,18 +85,18 @@ TEST_F(BarcodePrefixDBManagerTest, ChangedPrefixesApplyToTheNextScan) {
     ASSERT_TRUE(barcodes.Initialize(articles.get(), &seeker));
     SpecialBarcodeRecognizer* recognizer = barcodes.GetSpecialBarcodeRecognizer();
     QString out;
-    EXPECT_FALSE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
+    EXPECT_FALSE(recognizer->getArticleBarcode("2712345001236", out));
     ASSERT_TRUE(manager.ResetTable());
-    EXPECT_TRUE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
-    EXPECT_EQ(QStringLiteral("2712345000000"), out);
+    EXPECT_TRUE(recognizer->getArticleBarcode("2712345001236", out));
+    EXPECT_EQ("2712345000000", out);
     ASSERT_EQ(0, manager.RemovePrefixEntry(1));
-    EXPECT_FALSE(recognizer->getArticleBarcode(QStringLiteral("2712345001236"), out));
+    EXPECT_FALSE(recognizer->getArticleBarcode("2712345001236", out));
 }
 
 TEST_F(BarcodePrefixDBManagerTest, FailuresAndMissingInitialisation) {
     BarcodePrefixDBManager fresh;
     QList<SpecialBarcodePrefix*> list;
-    EXPECT_EQ(6, fresh.AddPrefix(1, QStringLiteral("27"), SPECIAL_BARCODE_PRICE));
+    EXPECT_EQ(6, fresh.AddPrefix(1, "27", SPECIAL_BARCODE_PRICE));
     EXPECT_EQ(6, fresh.RemovePrefixEntry(1));
     EXPECT_EQ(6, fresh.LoadPrefixesByType(SPECIAL_BARCODE_NONE, list));
     EXPECT_FALSE(fresh.Initialize(nullptr));
@@ -105,10 +104,10 @@ TEST_F(BarcodePrefixDBManagerTest, FailuresAndMissingInitialisation) {
 
     ASSERT_TRUE(manager.ResetTable());
     for (const char* event : {"INSERT", "DELETE"}) {
-        Raw().FailOn(QStringLiteral("SpecialBarcodePrefixes"), QString::fromLatin1(event));
+        Raw().FailOn("SpecialBarcodePrefixes", QString::fromLatin1(event));
     }
     log->Clear();
-    EXPECT_EQ(4, manager.AddPrefix(3, QStringLiteral("20"), SPECIAL_BARCODE_PRICE));
+    EXPECT_EQ(4, manager.AddPrefix(3, "20", SPECIAL_BARCODE_PRICE));
     EXPECT_EQ(4, manager.RemovePrefixEntry(1));
     EXPECT_FALSE(manager.ResetTable());
     EXPECT_EQ(
@@ -116,22 +115,22 @@ TEST_F(BarcodePrefixDBManagerTest, FailuresAndMissingInitialisation) {
             {"BarcodePrefixDBManager: SQL error when try to insert barcode prefix to database!",
              "BarcodePrefixDBManager::RemovePrefixEntry(): SQL error when deleting prefix entry.",
              "BarcodePrefixDBManager::ResetTable(): error while clearing table."}),
-        log->Texts().filter(QStringLiteral("BarcodePrefixDBManager")));
+        log->Texts().filter("BarcodePrefixDBManager"));
     EXPECT_EQ(4, stored().size());
 
-    Raw().Exec(QStringLiteral("DROP TABLE SpecialBarcodePrefixes"));
+    Raw().Exec("DROP TABLE SpecialBarcodePrefixes");
     log->Clear();
     EXPECT_EQ(4, manager.LoadPrefixesByType(SPECIAL_BARCODE_PRICE, list));
     EXPECT_TRUE(list.isEmpty());
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral(
-            "BarcodePrefixDBManager: SQL error when try to load barcode prefixes data!")));
+    EXPECT_TRUE(
+        log->Contains(Logger::LOG_ERROR,
+
+                      "BarcodePrefixDBManager: SQL error when try to load barcode prefixes data!"));
     BarcodePrefixDBManager late;
     EXPECT_FALSE(late.Initialize(articles.get()));
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              QStringLiteral("BarcodePrefixDBManager::Initialize()! Can not find "
-                                             "special barcode prefixes table in database.")));
+                              "BarcodePrefixDBManager::Initialize()! Can not find "
+                              "special barcode prefixes table in database."));
     // Without its table the reset clears nothing and adds nothing.
     EXPECT_FALSE(late.ResetTable());
 }

@@ -38,7 +38,7 @@ TEST_F(DeptDBManagerTest, ResetBuildsNinetyNineDepartmentsWithTheFirmwareFlags) 
         const bool printer = dept <= 8 || dept >= 51;
         return QStringLiteral("%1||%2|%3|10000|10000").arg(dept).arg(blocked).arg(printer);
     };
-    const QStringList rows = Raw().Rows(QStringLiteral("SELECT * FROM Dept ORDER BY dept_id"));
+    const QStringList rows = Raw().Rows("SELECT * FROM Dept ORDER BY dept_id");
     ASSERT_EQ(99, rows.size());
     for (unsigned int dept = 1; dept <= 99; ++dept) {
         EXPECT_EQ(expected(dept), rows[static_cast<int>(dept - 1)]);
@@ -50,13 +50,13 @@ TEST_F(DeptDBManagerTest, ResetBuildsNinetyNineDepartmentsWithTheFirmwareFlags) 
     EXPECT_FALSE(manager.GetDept(0));
     EXPECT_TRUE(signalled.isEmpty());
     // The first sixteen get the firmware's names; others keep theirs.
-    Raw().Exec(QStringLiteral("UPDATE Dept SET dept_name = 'Własna' WHERE dept_id = 17"));
+    Raw().Exec("UPDATE Dept SET dept_name = 'Własna' WHERE dept_id = 17");
     ASSERT_TRUE(manager.GetDeptFirmwareInitializer()->SetFirmwareDeptNamesInDatabase());
-    const QStringList names = column(QStringLiteral("dept_name"));
-    EXPECT_EQ(QStringLiteral("Grupa towarowa 1"), names[0]);
-    EXPECT_EQ(QStringLiteral("Grupa towarowa 16"), names[15]);
-    EXPECT_EQ(QStringLiteral("Własna"), names[16]);
-    EXPECT_EQ(QStringLiteral(""), names[17]);
+    const QStringList names = column("dept_name");
+    EXPECT_EQ("Grupa towarowa 1", names[0]);
+    EXPECT_EQ("Grupa towarowa 16", names[15]);
+    EXPECT_EQ("Własna", names[16]);
+    EXPECT_EQ("", names[17]);
 }
 
 TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCacheAndTheFirmwareRules) {
@@ -85,49 +85,44 @@ TEST_F(DeptDBManagerTest, PerArticleQuestionsFollowTheCacheAndTheFirmwareRules) 
 
 TEST_F(DeptDBManagerTest, AddOrUpdateWritesReloadsAndSignalsOnce) {
     ASSERT_TRUE(manager.ResetTable());
-    auto dept =
-        QSharedPointer<const Dept>::create(12, QStringLiteral("Nabiał"), 2500, 500, true, true);
+    auto dept = QSharedPointer<const Dept>::create(12, "Nabiał", 2500, 500, true, true);
     ASSERT_EQ(0, manager.AddOrUpdateRecord(dept));
     EXPECT_EQ(QList<int>({12}), signalled);
     EXPECT_EQ(QStringList({"12|Nabiał|1|1|2500|500"}),
-              Raw().Rows(QStringLiteral("SELECT * FROM Dept WHERE dept_id = 12")));
+              Raw().Rows("SELECT * FROM Dept WHERE dept_id = 12"));
     ASSERT_TRUE(manager.GetDept(12));
-    EXPECT_EQ(QStringLiteral("Nabiał"), manager.GetDept(12)->GetName());
+    EXPECT_EQ("Nabiał", manager.GetDept(12)->GetName());
     EXPECT_EQ(2500, manager.GetDept(12)->GetMaxDiscount().GetNumberValue());
-    EXPECT_EQ(99, Raw().Count(QStringLiteral("Dept")));
+    EXPECT_EQ(99, Raw().Count("Dept"));
     // A receiver may read the cache at once: the lock is released before the signal.
     QObject::connect(&manager, &DeptDBManager::deptChanged, [this](int deptId) {
         EXPECT_TRUE(manager.GetDept(static_cast<unsigned>(deptId)));
     });
-    ASSERT_EQ(0, manager.AddOrUpdateRecord(QSharedPointer<const Dept>::create(
-                     1, QStringLiteral("Pieczywo"), 10000, 10000, false, true)));
+    ASSERT_EQ(0, manager.AddOrUpdateRecord(
+                     QSharedPointer<const Dept>::create(1, "Pieczywo", 10000, 10000, false, true)));
     EXPECT_EQ(QList<int>({12, 1}), signalled);
 }
 
 TEST_F(DeptDBManagerTest, FailedWritesAndReloadsSignalNothing) {
     DeptDBManager fresh;
-    auto dept = QSharedPointer<const Dept>::create(3, QStringLiteral("X"), 1, 1, false, false);
+    auto dept = QSharedPointer<const Dept>::create(3, "X", 1, 1, false, false);
     EXPECT_EQ(6, fresh.AddOrUpdateRecord(dept));
 
     ASSERT_TRUE(manager.ResetTable());
-    Raw().FailOn(QStringLiteral("Dept"), QStringLiteral("INSERT"));
+    Raw().FailOn("Dept", "INSERT");
     log->Clear();
     EXPECT_EQ(4, manager.AddOrUpdateRecord(dept));
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("DeptsDBManager: SQL error when try to insert dept to database!")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              "DeptsDBManager: SQL error when try to insert dept to database!"));
     EXPECT_TRUE(signalled.isEmpty());
-    EXPECT_EQ(QStringLiteral(""),
-              Raw().Text(QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 3")));
+    EXPECT_EQ("", Raw().Text("SELECT dept_name FROM Dept WHERE dept_id = 3"));
     // The insert works but leaves nothing to reload.
-    Raw().StopFailing(QStringLiteral("Dept"), QStringLiteral("INSERT"));
-    Raw().Exec(QStringLiteral("DELETE FROM Dept"));
-    Raw().Exec(
-        QStringLiteral("CREATE TRIGGER wipe AFTER INSERT ON Dept BEGIN DELETE FROM Dept; END"));
+    Raw().StopFailing("Dept", "INSERT");
+    Raw().Exec("DELETE FROM Dept");
+    Raw().Exec("CREATE TRIGGER wipe AFTER INSERT ON Dept BEGIN DELETE FROM Dept; END");
     EXPECT_EQ(3, manager.AddOrUpdateRecord(dept));
     EXPECT_TRUE(signalled.isEmpty());
-    EXPECT_TRUE(
-        log->Contains(Logger::LOG_NOTICE, QStringLiteral("DeptDBManager: Dept table is empty!")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, "DeptDBManager: Dept table is empty!"));
 }
 
 TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTablesAndCachesByPosition) {
@@ -137,31 +132,28 @@ TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTablesAndCachesByPosition)
     EXPECT_EQ(QStringList({"DeptDBManager: Dept table is empty!"}), log->Texts());
     EXPECT_EQ(Logger::LOG_NOTICE, log->Entries().first().level);
     // GetDept answers by the position in the cache, not by the department's number.
-    Raw().Exec(
-        QStringLiteral("INSERT INTO Dept (dept_id, dept_name) VALUES (5, 'five'), (7, 'seven')"));
+    Raw().Exec("INSERT INTO Dept (dept_id, dept_name) VALUES (5, 'five'), (7, 'seven')");
     ASSERT_EQ(0, manager.getRecordsFromDB());
     ASSERT_TRUE(manager.GetDept(2));
     EXPECT_EQ(7u, manager.GetDept(2)->GetId());
-    EXPECT_EQ(QStringLiteral("seven"), manager.GetDept(2)->GetName());
+    EXPECT_EQ("seven", manager.GetDept(2)->GetName());
     EXPECT_FALSE(manager.GetDept(3));
-    Raw().Exec(QStringLiteral("DROP TABLE Dept"));
+    Raw().Exec("DROP TABLE Dept");
     EXPECT_EQ(4, manager.getRecordsFromDB());
     EXPECT_TRUE(manager.GetDepts().isEmpty());
     EXPECT_TRUE(
-        log->Contains(Logger::LOG_ERROR,
-                      QStringLiteral("DeptDBManager: SQL error when try to load depts data!")));
+        log->Contains(Logger::LOG_ERROR, "DeptDBManager: SQL error when try to load depts data!"));
 }
 
 TEST_F(DeptDBManagerTest, ExtractDeptKeepsDefaultsForMissingColumns) {
-    DBRow row(articles->GetTable(QStringLiteral("Dept")));
-    row.AppendField(QStringLiteral("dept_id"), 4);
-    row.AppendField(QStringLiteral("dept_name"), QStringLiteral("Napoje"));
-    row.AppendField(QStringLiteral("is_order_printer"), 1);
-    row.AppendField(QStringLiteral("DEPT_NAME"),
-                    QStringLiteral("ignored: names are case-sensitive"));
+    DBRow row(articles->GetTable("Dept"));
+    row.AppendField("dept_id", 4);
+    row.AppendField("dept_name", "Napoje");
+    row.AppendField("is_order_printer", 1);
+    row.AppendField("DEPT_NAME", "ignored: names are case-sensitive");
     const QSharedPointer<const Dept> dept = manager.extractDept(&row);
     EXPECT_EQ(4u, dept->GetId());
-    EXPECT_EQ(QStringLiteral("Napoje"), dept->GetName());
+    EXPECT_EQ("Napoje", dept->GetName());
     EXPECT_EQ(10000, dept->GetMaxDiscount().GetNumberValue());
     EXPECT_EQ(10000, dept->GetMaxSurcharge().GetNumberValue());
     EXPECT_FALSE(dept->isDiscountBlocked);
@@ -169,19 +161,17 @@ TEST_F(DeptDBManagerTest, ExtractDeptKeepsDefaultsForMissingColumns) {
 }
 
 TEST_F(DeptDBManagerTest, ResetFailuresAreReported) {
-    Raw().Exec(QStringLiteral("INSERT INTO Dept (dept_id) VALUES (1)"));
-    Raw().FailOn(QStringLiteral("Dept"), QStringLiteral("DELETE"));
+    Raw().Exec("INSERT INTO Dept (dept_id) VALUES (1)");
+    Raw().FailOn("Dept", "DELETE");
     EXPECT_FALSE(manager.ResetTable());
-    EXPECT_TRUE(
-        log->Contains(Logger::LOG_ERROR,
-                      QStringLiteral("DeptDBManager::ResetTable(): error while clearing table.")));
-    Raw().StopFailing(QStringLiteral("Dept"), QStringLiteral("DELETE"));
-    Raw().FailOn(QStringLiteral("Dept"), QStringLiteral("INSERT"));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              "DeptDBManager::ResetTable(): error while clearing table."));
+    Raw().StopFailing("Dept", "DELETE");
+    Raw().FailOn("Dept", "INSERT");
     EXPECT_FALSE(manager.ResetTable());
     EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("DeptDBManager::ResetTable(): error while inserting default values.")));
-    EXPECT_EQ(0, Raw().Count(QStringLiteral("Dept")));
+        Logger::LOG_ERROR, "DeptDBManager::ResetTable(): error while inserting default values."));
+    EXPECT_EQ(0, Raw().Count("Dept"));
 }
 
 TEST_F(DeptDBManagerTest, InitializeNeedsTheArticleDatabaseAndItsTable) {
@@ -193,7 +183,7 @@ TEST_F(DeptDBManagerTest, InitializeNeedsTheArticleDatabaseAndItsTable) {
     EXPECT_FALSE(firmware.SetFirmwareDeptNamesInDatabase());  // refused, not a crash
     G::dbArticles = articles.get();
     EXPECT_TRUE(firmware.Initialize());
-    Raw().Exec(QStringLiteral("DROP TABLE Dept"));
+    Raw().Exec("DROP TABLE Dept");
     EXPECT_FALSE(other.Initialize(articles.get()));
     EXPECT_FALSE(other.Initialize(nullptr));
 }
@@ -201,51 +191,51 @@ TEST_F(DeptDBManagerTest, InitializeNeedsTheArticleDatabaseAndItsTable) {
 TEST_F(DeptDBManagerTest, AFailedFirmwareStatementStopsItsOperation) {
     ASSERT_TRUE(manager.ResetTable());
     DeptFirmwareInitializer* firmware = manager.GetDeptFirmwareInitializer();
-    const QString orderPrinterMessage = QStringLiteral(
+    const QString orderPrinterMessage =
         "DeptDBManager::setFirmwareOrderPrinterFlagsInDatabase Error: while updating data in "
-        "database.");
+        "database.";
     // The first order-printer statement fails: every flag stays as it was.
     Raw().Exec(
-        QStringLiteral("CREATE TRIGGER no_clear BEFORE UPDATE OF is_order_printer ON Dept "
-                       "WHEN NEW.is_order_printer = 0 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
-    const QStringList before = column(QStringLiteral("is_order_printer"));
+        "CREATE TRIGGER no_clear BEFORE UPDATE OF is_order_printer ON Dept "
+        "WHEN NEW.is_order_printer = 0 BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    const QStringList before = column("is_order_printer");
     EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
-    EXPECT_EQ(before, column(QStringLiteral("is_order_printer")));
+    EXPECT_EQ(before, column("is_order_printer"));
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, orderPrinterMessage));
-    Raw().Exec(QStringLiteral("DROP TRIGGER no_clear"));
+    Raw().Exec("DROP TRIGGER no_clear");
 
     // The second fails: the flags were cleared and stay cleared.
     Raw().Exec(
-        QStringLiteral("CREATE TRIGGER no_set BEFORE UPDATE OF is_order_printer ON Dept "
-                       "WHEN NEW.is_order_printer = 1 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+        "CREATE TRIGGER no_set BEFORE UPDATE OF is_order_printer ON Dept "
+        "WHEN NEW.is_order_printer = 1 BEGIN SELECT RAISE(ABORT, 'injected'); END");
     EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
-    EXPECT_EQ(0, Raw().Integer(QStringLiteral("SELECT SUM(is_order_printer) FROM Dept")));
+    EXPECT_EQ(0, Raw().Integer("SELECT SUM(is_order_printer) FROM Dept"));
     EXPECT_FALSE(firmware->SetFirmwareFlags());
-    Raw().Exec(QStringLiteral("DROP TRIGGER no_set"));
+    Raw().Exec("DROP TRIGGER no_set");
 
     // A failed discount maximum skips the surcharge maximum.
-    Raw().Exec(QStringLiteral("UPDATE Dept SET max_discount = 1, max_surcharge = 1"));
+    Raw().Exec("UPDATE Dept SET max_discount = 1, max_surcharge = 1");
     Raw().Exec(
-        QStringLiteral("CREATE TRIGGER no_max BEFORE UPDATE OF max_discount ON Dept "
-                       "BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+        "CREATE TRIGGER no_max BEFORE UPDATE OF max_discount ON Dept "
+        "BEGIN SELECT RAISE(ABORT, 'injected'); END");
     log->Clear();
     EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
-    EXPECT_EQ(1, Raw().Integer(QStringLiteral("SELECT MAX(max_surcharge) FROM Dept")));
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
-                       "while updating discounts in database.")));
-    Raw().Exec(QStringLiteral("DROP TRIGGER no_max"));
+    EXPECT_EQ(1, Raw().Integer("SELECT MAX(max_surcharge) FROM Dept"));
+    EXPECT_TRUE(
+        log->Contains(Logger::LOG_ERROR,
+                      "DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
+                      "while updating discounts in database."));
+    Raw().Exec("DROP TRIGGER no_max");
     Raw().Exec(
-        QStringLiteral("CREATE TRIGGER no_max BEFORE UPDATE OF max_surcharge ON Dept "
-                       "BEGIN SELECT RAISE(ABORT, 'injected'); END"));
+        "CREATE TRIGGER no_max BEFORE UPDATE OF max_surcharge ON Dept "
+        "BEGIN SELECT RAISE(ABORT, 'injected'); END");
     EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
-                       "while updating surcharges in database.")));
+    EXPECT_TRUE(
+        log->Contains(Logger::LOG_ERROR,
+                      "DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
+                      "while updating surcharges in database."));
 
-    Raw().FailOn(QStringLiteral("Dept"), QStringLiteral("UPDATE"));
+    Raw().FailOn("Dept", "UPDATE");
     log->Clear();
     EXPECT_FALSE(firmware->setFirmwareBlockDiscountFlagsInDatabase());
     EXPECT_FALSE(firmware->SetFirmwareDeptNamesInDatabase());
@@ -253,5 +243,5 @@ TEST_F(DeptDBManagerTest, AFailedFirmwareStatementStopsItsOperation) {
                            "updating data in database.",
                            "DeptDBManager::SetFirmwareDeptNamesInDatabase Error: while updating "
                            "data in database."}),
-              log->Texts().filter(QStringLiteral("DeptDBManager::")));
+              log->Texts().filter("DeptDBManager::"));
 }

@@ -42,13 +42,13 @@ TEST_F(ArticleManagerTest, ConstructedManagerNamesItsDependenciesAndRefusesANull
 }
 
 TEST_F(ArticleManagerTest, InitializesEverySubManagerAgainstOneDatabaseAndUninitializesThemAll) {
-    AddArticle(12345, QStringLiteral("Chleb"));
+    AddArticle(12345, "Chleb");
     EXPECT_EQ(3, initializer.Initialize());
     EXPECT_EQ(3, manager.GetState());
-    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, QStringLiteral("ArticleManager initialized!")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, "ArticleManager initialized!"));
     Article article;
     EXPECT_EQ(0, manager.GetSeeker()->FindPlu(12345, article, false));
-    EXPECT_TRUE(manager.GetEditor()->IsRecordExist(QStringLiteral("Chleb")));
+    EXPECT_TRUE(manager.GetEditor()->IsRecordExist("Chleb"));
     EXPECT_TRUE(manager.GetBarcodeManager()->GetSpecialBarcodeRecognizer());
     EXPECT_EQ(7, manager.GetTaxRatesManager()->GetRecords().size());
     EXPECT_TRUE(manager.GetDeptDBManager()->IsInitialized());
@@ -69,7 +69,7 @@ TEST_F(ArticleManagerTest, InitializesEverySubManagerAgainstOneDatabaseAndUninit
 }
 
 TEST_F(ArticleManagerTest, MissingArticleTableStopsAtTheSeeker) {
-    Raw().Exec(QStringLiteral("DROP TABLE Article"));
+    Raw().Exec("DROP TABLE Article");
     EXPECT_FALSE(manager.Initialize(articles.get()));
     EXPECT_EQ(QStringList({"ArticleSeeker construction FAILED! Can not find article table in DB!",
                            "ArticleSeeker initialization FAILED!"}),
@@ -82,29 +82,29 @@ TEST_F(ArticleManagerTest, MissingArticleTableStopsAtTheSeeker) {
     log->Clear();
     EXPECT_EQ(4, initializer.Initialize());
     EXPECT_EQ(4, manager.GetState());
-    EXPECT_EQ(QStringLiteral("Article Manager initialization FAILED!"), manager.GetErrorText());
-    EXPECT_FALSE(log->Mentions(QStringLiteral("Article Manager")));
+    EXPECT_EQ("Article Manager initialization FAILED!", manager.GetErrorText());
+    EXPECT_FALSE(log->Mentions("Article Manager"));
 }
 
 TEST_F(ArticleManagerTest, EachFailingStepNamesItsClass) {
-    Raw().Exec(QStringLiteral("DROP TABLE SpecialBarcodePrefixes"));
+    Raw().Exec("DROP TABLE SpecialBarcodePrefixes");
     EXPECT_FALSE(manager.Initialize(articles.get()));
-    EXPECT_EQ(QStringLiteral("BarcodePrefixDBManager initialization FAILED!"), log->Texts().last());
-    EXPECT_FALSE(log->Mentions(QStringLiteral("ArticleManager initialized!")));
-    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    EXPECT_EQ("BarcodePrefixDBManager initialization FAILED!", log->Texts().last());
+    EXPECT_FALSE(log->Mentions("ArticleManager initialized!"));
+    Raw().Exec("DROP TABLE ArticleBarcode");
     ArticleManager second;
     log->Clear();
     EXPECT_FALSE(second.Initialize(articles.get()));
-    EXPECT_EQ(QStringLiteral("ArticleSeeker initialization FAILED!"), log->Texts().last());
+    EXPECT_EQ("ArticleSeeker initialization FAILED!", log->Texts().last());
 }
 
 TEST_F(ArticleManagerTest, FailingLastStepLogsNothingOfItsOwn) {
-    AddArticle(1, QStringLiteral("A"));
-    Raw().Exec(QStringLiteral("INSERT INTO Article (plu_no, art_name) VALUES ('abc', 'B')"));
+    AddArticle(1, "A");
+    Raw().Exec("INSERT INTO Article (plu_no, art_name) VALUES ('abc', 'B')");
     EXPECT_FALSE(manager.Initialize(articles.get()));
-    EXPECT_FALSE(log->Mentions(QStringLiteral("FAILED!")));
-    EXPECT_FALSE(log->Mentions(QStringLiteral("ArticleManager initialized!")));
-    EXPECT_TRUE(log->Mentions(QStringLiteral("Can not convert 'maxPLUValueQVariant'")));
+    EXPECT_FALSE(log->Mentions("FAILED!"));
+    EXPECT_FALSE(log->Mentions("ArticleManager initialized!"));
+    EXPECT_TRUE(log->Mentions("Can not convert 'maxPLUValueQVariant'"));
 }
 
 TEST_F(ArticleManagerTest, WaitsWhileASystemItNeedsIsNotReady) {
@@ -135,7 +135,7 @@ TEST_F(ArticleManagerTest, SystemManagerStartsTheLibrarysManagerOnce) {
     G::paymentSystem->SetState(SystemBase::STATE_READY);
     EXPECT_TRUE(SystemManager::Instance()->InitializeAll()) << "retried later";
     EXPECT_EQ(3, G::articleManager->GetState());
-    AddArticle(7, QStringLiteral("Masło"));
+    AddArticle(7, "Masło");
     Article article;
     EXPECT_EQ(0, G::articleManager->GetSeeker()->FindPlu(7, article, false));
     SystemManager::Instance()->UninitializeAll();
@@ -146,22 +146,19 @@ TEST_F(ArticleManagerTest, SystemManagerStartsTheLibrarysManagerOnce) {
 // The statements the design fixes, runs of spaces included: every optimisation must run under
 // these texts, never change them.
 TEST_F(ArticleManagerTest, HandsTheDatabaseTheFixedStatementsAsWritten) {
-    AddArticle(1, QStringLiteral("Ser"));
-    const qint64 id = AddArticle(2, QStringLiteral("Chleb"), QStringLiteral("5901234123457"));
-    AddBarcode(id, QStringLiteral("112"), false);
-    Raw().Exec(QStringLiteral("UPDATE Article SET price = 1000, link_plu_no = 25"));
+    AddArticle(1, "Ser");
+    const qint64 id = AddArticle(2, "Chleb", "5901234123457");
+    AddBarcode(id, "112", false);
+    Raw().Exec("UPDATE Article SET price = 1000, link_plu_no = 25");
     ASSERT_EQ(3, initializer.Initialize());
     Article article;
     const struct {
         std::function<void()> call;
         QStringList texts;
     } cases[] = {
-        {[&] { manager.GetSeeker()->FindName(QStringLiteral("se_"), article); },
+        {[&] { manager.GetSeeker()->FindName("se_", article); },
          {"SELECT * FROM Article WHERE art_name like \"se_\";"}},
-        {[&] {
-             manager.GetSeeker()->FindArticleByBarcode(QStringLiteral("5901234123457"), article,
-                                                       true);
-         },
+        {[&] { manager.GetSeeker()->FindArticleByBarcode("5901234123457", article, true); },
          {"SELECT a.id, plu_no, art_name, tax_rate_no, dept_no, quantity_precision, unit_no, "
           "sale_bloc, main_barcode, price, is_pack, disc_sur_block, free_price_allow, "
           "on_handy_list, scale_no, link_plu_no             FROM Article a, ArticleBarcode b       "
@@ -169,8 +166,7 @@ TEST_F(ArticleManagerTest, HandsTheDatabaseTheFixedStatementsAsWritten) {
           "AND a.on_handy_list == 1"}},
         {[&] {
              SpecialBarcodeSubjectType type = SPECIAL_BARCODE_NONE;
-             manager.GetBarcodePrefixDBManager()->CheckSpecialBarcodeSubjectType(
-                 QStringLiteral("27"), type);
+             manager.GetBarcodePrefixDBManager()->CheckSpecialBarcodeSubjectType("27", type);
          },
          {"SELECT weight_or_price             FROM SpecialBarcodePrefixes                 WHERE "
           "prefix == \"27\""}},
@@ -187,10 +183,7 @@ TEST_F(ArticleManagerTest, HandsTheDatabaseTheFixedStatementsAsWritten) {
         {[&] { manager.GetEditor()->RemoveAllLinksToGivenArticle(25); },
          {"UPDATE Article             SET link_plu_no = 0                 WHERE link_plu_no == "
           "25"}},
-        {[&] {
-             manager.GetEditor()->ChangeAllArticlesPrices(
-                 CurrencyExchangeRate(QStringLiteral("4.3210")));
-         },
+        {[&] { manager.GetEditor()->ChangeAllArticlesPrices(CurrencyExchangeRate("4.3210")); },
          {"UPDATE Article SET price = CASE WHEN ((CAST((price * 100000 / 43210) AS INTEGER) + "
           "5)/10) >= 999999999 THEN 999999999 ELSE ((CAST((price * 100000 / 43210) AS INTEGER) + "
           "5)/10) END"}},

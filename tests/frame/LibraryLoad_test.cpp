@@ -17,7 +17,7 @@ TEST(LibraryLoad, PublishesTheManagerAndRegistersItsInitializer) {
     ASSERT_NE(nullptr, *articleManager);
     EXPECT_EQ(SystemBase::SYSTEM_ARTICLE_MANAGER, (*articleManager)->GetSystemNumber());
     EXPECT_EQ(SystemBase::STATE_CONSTRUCTED, (*articleManager)->GetState());
-    EXPECT_EQ(QStringLiteral("ArticleManager"), (*articleManager)->GetName());
+    EXPECT_EQ("ArticleManager", (*articleManager)->GetName());
     const QList<SystemInitializer*> initializers =
         SystemManager::Instance()->GetSystemInitializers();
     ASSERT_EQ(1, initializers.size());

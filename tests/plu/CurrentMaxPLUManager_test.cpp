@@ -10,26 +10,26 @@ TEST_F(CurrentMaxPLUManagerTest, CountsTheDigitsOfTheLargestPlu) {
     CurrentMaxPLUManager manager;
     ASSERT_TRUE(manager.Initialize(articles.get()));
     EXPECT_EQ(0, manager.GetDigitsCountOfMaxPlu());
-    AddArticle(99999, QStringLiteral("A"));
+    AddArticle(99999, "A");
     ASSERT_TRUE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(5, manager.GetDigitsCountOfMaxPlu());
-    AddArticle(100000, QStringLiteral("B"));
+    AddArticle(100000, "B");
     EXPECT_EQ(5, manager.GetDigitsCountOfMaxPlu()) << "no database access until asked";
     ASSERT_TRUE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(6, manager.GetDigitsCountOfMaxPlu());
-    Raw().Exec(QStringLiteral("DELETE FROM Article"));
-    Raw().Exec(QStringLiteral("INSERT INTO Article (plu_no, art_name) VALUES (-42, 'minus')"));
+    Raw().Exec("DELETE FROM Article");
+    Raw().Exec("INSERT INTO Article (plu_no, art_name) VALUES (-42, 'minus')");
     ASSERT_TRUE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu()) << "the minus sign counts";
     EXPECT_TRUE(log->IsEmpty());
 }
 
 TEST_F(CurrentMaxPLUManagerTest, FailuresKeepTheCountAndAreReported) {
-    AddArticle(123, QStringLiteral("A"));
+    AddArticle(123, "A");
     CurrentMaxPLUManager manager;
     ASSERT_TRUE(manager.Initialize(articles.get()));
     EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu());
-    Raw().Exec(QStringLiteral("INSERT INTO Article (plu_no, art_name) VALUES ('abc', 'text PLU')"));
+    Raw().Exec("INSERT INTO Article (plu_no, art_name) VALUES ('abc', 'text PLU')");
     EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu());
     EXPECT_EQ(QStringList({"CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): ERROR: Can not "
@@ -39,13 +39,12 @@ TEST_F(CurrentMaxPLUManagerTest, FailuresKeepTheCountAndAreReported) {
     EXPECT_FALSE(fresh.Initialize(articles.get()));
     EXPECT_EQ(0, fresh.GetDigitsCountOfMaxPlu());
 
-    Raw().Exec(QStringLiteral("DROP TABLE Article"));
+    Raw().Exec("DROP TABLE Article");
     log->Clear();
     EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): "
-                       "ERROR: Can not get max PLU value from article database table.")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              "CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): "
+                              "ERROR: Can not get max PLU value from article database table."));
     CurrentMaxPLUManager other;
     EXPECT_FALSE(other.Initialize(nullptr));
     EXPECT_FALSE(other.DetermineDigitsCountOfMaxPlu());

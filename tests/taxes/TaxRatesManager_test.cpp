@@ -16,9 +16,7 @@ protected:
         DatabaseFixture::TearDown();
     }
 
-    QStringList stored() {
-        return Raw().Rows(QStringLiteral("SELECT * FROM TaxRates ORDER BY tax_rate_id"));
-    }
+    QStringList stored() { return Raw().Rows("SELECT * FROM TaxRates ORDER BY tax_rate_id"); }
 
     static QStringList describe(const TaxRatesList& list) {
         QStringList described;
@@ -41,20 +39,19 @@ const QStringList defaultRows = {"1|A|2300",  "2|B|800",   "3|C|500",  "4|D|0",
 
 TEST_F(TaxRatesManagerTest, EmptyTableGetsTheDefaultRates) {
     ASSERT_TRUE(manager.Initialize());
-    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE,
-                              QStringLiteral("TaxRatesManager: Tax rates table is empty!")));
+    EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, "TaxRatesManager: Tax rates table is empty!"));
     EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
     EXPECT_EQ(defaultRows, stored());
-    EXPECT_TRUE(manager.IsSet(QStringLiteral("A")));
-    EXPECT_TRUE(manager.IsSet(QStringLiteral("D")));   // 0 % is a rate in use
-    EXPECT_FALSE(manager.IsSet(QStringLiteral("E")));  // not in use
-    EXPECT_TRUE(manager.IsSet(QStringLiteral("G")));   // tax-exempt, in use
+    EXPECT_TRUE(manager.IsSet("A"));
+    EXPECT_TRUE(manager.IsSet("D"));   // 0 % is a rate in use
+    EXPECT_FALSE(manager.IsSet("E"));  // not in use
+    EXPECT_TRUE(manager.IsSet("G"));   // tax-exempt, in use
     EXPECT_TRUE(manager.GetRecord(7)->IsExempt());
     EXPECT_TRUE(manager.GetRecord(5)->IsReserved());
 }
 
 TEST_F(TaxRatesManagerTest, DefaultsStandEvenWhenTheirInsertFails) {
-    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("INSERT"));
+    Raw().FailOn("TaxRates", "INSERT");
     articles->SetWriteOnlyInTransaction(true);
     ASSERT_TRUE(manager.Initialize());
     EXPECT_FALSE(articles->IsWriteOnlyInTransaction()) << "switched off before writing";
@@ -90,15 +87,15 @@ TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
     G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
                                [&](int v) { calls.append(v); });
     ASSERT_TRUE(manager.Initialize());
-    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("UPDATE"));
+    Raw().FailOn("TaxRates", "UPDATE");
     log->Clear();
     EXPECT_EQ(4, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
     EXPECT_EQ(QStringList({"TaxRatesManager: SQL error when try to update counter data!"}),
-              log->Texts().filter(QStringLiteral("TaxRatesManager")));
+              log->Texts().filter("TaxRatesManager"));
     EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
     EXPECT_EQ(defaultRows, stored());
     // With nothing in memory there is nothing to replace.
-    Raw().Exec(QStringLiteral("DELETE FROM TaxRates"));
+    Raw().Exec("DELETE FROM TaxRates");
     EXPECT_EQ(3, manager.getRecordsFromDB());
     EXPECT_EQ(0, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
     EXPECT_TRUE(stored().isEmpty());
@@ -106,15 +103,14 @@ TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
 }
 
 TEST_F(TaxRatesManagerTest, StoredRatesLoadAsTheyAreWithTheirLettersAndLookUps) {
-    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("A")));
-    EXPECT_EQ(nullptr, manager.GetRecord(QStringLiteral("A")));
-    EXPECT_FALSE(manager.IsSet(QStringLiteral("A")));
-    Raw().Exec(QStringLiteral(
-        "INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'AB', 70000), (7, 'G', 0)"));
+    EXPECT_FALSE(manager.IsRecordExist("A"));
+    EXPECT_EQ(nullptr, manager.GetRecord("A"));
+    EXPECT_FALSE(manager.IsSet("A"));
+    Raw().Exec("INSERT INTO TaxRates VALUES (1, 'A', 2300), (2, 'AB', 70000), (7, 'G', 0)");
     ASSERT_TRUE(manager.Initialize());
     // Stored rates are loaded as they are, 70000 cut to its low 16 bits.
     EXPECT_EQ(QStringList({"1|A|2300", "2|AB|4464", "7|G|0"}), describe(manager.GetRecords()));
-    EXPECT_FALSE(log->Mentions(QStringLiteral("empty")));
+    EXPECT_FALSE(log->Mentions("empty"));
     char letter = '?';
     EXPECT_TRUE(manager.GetTaxRateASCIIChar(1, letter));
     EXPECT_EQ('A', letter);
@@ -124,10 +120,10 @@ TEST_F(TaxRatesManagerTest, StoredRatesLoadAsTheyAreWithTheirLettersAndLookUps) 
     EXPECT_FALSE(manager.GetTaxRateASCIIChar(2, letter));
     EXPECT_FALSE(manager.GetTaxRateASCIIChar(8, letter));
     EXPECT_EQ('?', letter);
-    EXPECT_TRUE(manager.IsRecordExist(QStringLiteral("AB")));
-    EXPECT_FALSE(manager.IsRecordExist(QStringLiteral("a")));
-    EXPECT_EQ(2u, manager.GetRecord(QStringLiteral("AB"))->GetId());
-    EXPECT_FALSE(manager.DeleteRecord(QStringLiteral("A")));
+    EXPECT_TRUE(manager.IsRecordExist("AB"));
+    EXPECT_FALSE(manager.IsRecordExist("a"));
+    EXPECT_EQ(2u, manager.GetRecord("AB")->GetId());
+    EXPECT_FALSE(manager.DeleteRecord("A"));
     EXPECT_EQ(3, stored().size());
 }
 
@@ -135,24 +131,24 @@ TEST_F(TaxRatesManagerTest, FailuresAreReportedWithTheirTexts) {
     G::dbArticles = nullptr;
     EXPECT_FALSE(manager.Initialize());
     G::dbArticles = articles.get();
-    Raw().Exec(QStringLiteral("ALTER TABLE TaxRates RENAME TO Rates"));
+    Raw().Exec("ALTER TABLE TaxRates RENAME TO Rates");
     EXPECT_FALSE(manager.Initialize());
     EXPECT_EQ(QStringList({"TaxRatesDBManager initialization FAILED! Can not open articles DB!",
                            "TaxRatesDBManager initialization FAILED! TaxRates inaccessible!"}),
               log->Texts());
-    Raw().Exec(QStringLiteral("ALTER TABLE Rates RENAME TO TaxRates"));
+    Raw().Exec("ALTER TABLE Rates RENAME TO TaxRates");
     ASSERT_TRUE(manager.Initialize());
-    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("DELETE"));
+    Raw().FailOn("TaxRates", "DELETE");
     log->Clear();
     EXPECT_FALSE(manager.ResetTable());
-    Raw().StopFailing(QStringLiteral("TaxRates"), QStringLiteral("DELETE"));
-    Raw().FailOn(QStringLiteral("TaxRates"), QStringLiteral("INSERT"));
+    Raw().StopFailing("TaxRates", "DELETE");
+    Raw().FailOn("TaxRates", "INSERT");
     EXPECT_FALSE(manager.ResetTable());
-    Raw().Exec(QStringLiteral("DROP TABLE TaxRates"));
+    Raw().Exec("DROP TABLE TaxRates");
     EXPECT_EQ(4, manager.getRecordsFromDB());
     EXPECT_EQ(QStringList({"TaxRatesManager::ResetTable(): error while clearing table.",
                            "TaxRatesManager::ResetTable(): error while inserting default values.",
                            "TaxRatesManager: SQL error when try to load depts data!"}),
-              log->Texts().filter(QStringLiteral("TaxRatesManager")));
+              log->Texts().filter("TaxRatesManager"));
     EXPECT_TRUE(manager.GetRecords().isEmpty());
 }

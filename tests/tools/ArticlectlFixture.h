@@ -80,21 +80,20 @@ protected:
     }
 
     // Runs the tool on the test's database.
-    Outcome Do(const QStringList& arguments, const QString& database = QStringLiteral("shop.db"),
+    Outcome Do(const QStringList& arguments, const QString& database = "shop.db",
                const QByteArray& input = QByteArray()) {
-        return Tool(QStringList{QStringLiteral("--db"), Path(database)} + arguments, input);
+        return Tool(QStringList{"--db", Path(database)} + arguments, input);
     }
-    Outcome Do(std::initializer_list<const char*> arguments,
-               const QString& database = QStringLiteral("shop.db")) {
+    Outcome Do(std::initializer_list<const char*> arguments, const QString& database = "shop.db") {
         return Do(words(arguments), database);
     }
     // The tool's --json answer; const, so that [] reads into nested values.
     const QJsonObject Json(std::initializer_list<const char*> arguments,
-                           const QString& database = QStringLiteral("shop.db")) {
+                           const QString& database = "shop.db") {
         return Do(words(arguments), database).Json().object();
     }
 
-    qint64 Count() { return Json({"count", "--json"})[QStringLiteral("count")].toInt(-1); }
+    qint64 Count() { return Json({"count", "--json"})["count"].toInt(-1); }
 
     void WriteFile(const QString& name, const QByteArray& content) {
         QFile file(Path(name));
@@ -104,7 +103,7 @@ protected:
 
     // The register's receipt database beside the catalogue, empty.
     void MakeReceipts() {
-        DBManager receipts(Path(QStringLiteral("receipts.db")), DBManager::SCHEMA_RECEIPTS);
+        DBManager receipts(Path("receipts.db"), DBManager::SCHEMA_RECEIPTS);
         ASSERT_EQ(DB_OPERATION_SUCCESS, receipts.Open());
     }
 

@@ -8,8 +8,8 @@ namespace {
 
 QStringList names(const QJsonObject& found) {
     QStringList list;
-    for (const QJsonValue& article : found[QStringLiteral("articles")].toArray()) {
-        list.append(article[QStringLiteral("name")].toString());
+    for (const QJsonValue& article : found["articles"].toArray()) {
+        list.append(article["name"].toString());
     }
     return list;
 }
@@ -23,23 +23,21 @@ TEST_F(Articlectl, ArticlesAndTheirBarcodesAreAddedShownAndChanged) {
     ASSERT_EQ(0, added.exit) << added.err.toStdString();
     EXPECT_TRUE(Has(added.out, "PLU 1  Ser żółty Gouda  32.99 / kg"));
     const QJsonObject shown = Json({"show", "1", "--json"});
-    EXPECT_EQ(QStringLiteral("Ser żółty Gouda"), shown[QStringLiteral("name")].toString());
-    EXPECT_EQ(QJsonValue(32.99), shown[QStringLiteral("price")]) << "money as a number";
-    EXPECT_EQ(QStringLiteral("kg"), shown[QStringLiteral("unit_name")].toString());
-    EXPECT_EQ(QJsonArray({QStringLiteral("5901234123457")}),
-              shown[QStringLiteral("extra_barcodes")].toArray());
+    EXPECT_EQ("Ser żółty Gouda", shown["name"].toString());
+    EXPECT_EQ(QJsonValue(32.99), shown["price"]) << "money as a number";
+    EXPECT_EQ("kg", shown["unit_name"].toString());
+    EXPECT_EQ(QJsonArray({"5901234123457"}), shown["extra_barcodes"].toArray());
     for (const QStringList& key : {words({"--name", "SER ŻÓŁTY%"}),
                                    words({"--barcode", "5901234123457"}), words({"--id", "1"})}) {
-        EXPECT_EQ(1, Do(words({"show", "--json"}) + key).Json()[QStringLiteral("plu")].toInt())
+        EXPECT_EQ(1, Do(words({"show", "--json"}) + key).Json()["plu"].toInt())
             << key.join(' ').toStdString();
     }
     // A second barcode once; the main one stays while the article does.
     ASSERT_EQ(0, Do({"barcode", "add", "1", "4006381333931"}).exit);
     EXPECT_EQ(3, Do({"barcode", "add", "1", "4006381333931"}).exit);
-    const QJsonArray barcodes =
-        Json({"barcode", "list", "1", "--json"})[QStringLiteral("barcodes")].toArray();
+    const QJsonArray barcodes = Json({"barcode", "list", "1", "--json"})["barcodes"].toArray();
     ASSERT_EQ(3, barcodes.size());
-    EXPECT_TRUE(barcodes[0][QStringLiteral("main")].toBool());
+    EXPECT_TRUE(barcodes[0]["main"].toBool());
     EXPECT_EQ(3, Do({"barcode", "delete", "2312345000002"}).exit);
     EXPECT_EQ(0, Do({"barcode", "delete", "4006381333931"}).exit);
     EXPECT_EQ(1, Do({"barcode", "delete", "4006381333931"}).exit);
@@ -48,7 +46,7 @@ TEST_F(Articlectl, ArticlesAndTheirBarcodesAreAddedShownAndChanged) {
     EXPECT_EQ(3, Do({"add", "--name", "Ser żółty Gouda"}).exit);
     ASSERT_EQ(0, Do({"edit", "1", "--price", "29.99", "--plu", "7"}).exit);
     EXPECT_EQ(1, Do({"show", "1"}).exit);
-    EXPECT_EQ(29.99, Json({"show", "7", "--json"})[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(29.99, Json({"show", "7", "--json"})["price"].toDouble());
 }
 
 // Every command that prints an article prints the same shape, numbers as numbers; a scan reads
@@ -57,39 +55,38 @@ TEST_F(Articlectl, ArticlesHaveOneJsonShapeAndScansReadLabels) {
     ASSERT_EQ(0, Do({"import", pricelist}).exit);
     const QString catalogue = Do({"list", "--json"}).out;
     const QJsonObject shown = Json({"show", "11", "--json"});
-    EXPECT_TRUE(shown[QStringLiteral("price")].isDouble());
-    EXPECT_EQ(11, shown[QStringLiteral("plu")].toInt(-1));
-    EXPECT_EQ(3, shown[QStringLiteral("tax_rate")].toInt(-1));
-    EXPECT_TRUE(shown[QStringLiteral("handy_list")].isBool());
+    EXPECT_TRUE(shown["price"].isDouble());
+    EXPECT_EQ(11, shown["plu"].toInt(-1));
+    EXPECT_EQ(3, shown["tax_rate"].toInt(-1));
+    EXPECT_TRUE(shown["handy_list"].isBool());
     const QJsonObject list = Json({"list", "11", "11", "--json"});
-    EXPECT_EQ(1, list[QStringLiteral("count")].toInt());
+    EXPECT_EQ(1, list["count"].toInt());
     for (const QJsonObject& same :
-         {list[QStringLiteral("articles")][0].toObject(), Json({"next", "10", "--json"}),
+         {list["articles"][0].toObject(), Json({"next", "10", "--json"}),
           Json({"prev", "12", "--json"}),
-          Json({"scan", "2312345000002", "--json"})[QStringLiteral("article")].toObject(),
-          Json({"search", "Gouda", "--json"})[QStringLiteral("articles")][0].toObject()}) {
+          Json({"scan", "2312345000002", "--json"})["article"].toObject(),
+          Json({"search", "Gouda", "--json"})["articles"][0].toObject()}) {
         EXPECT_EQ(shown, same);
     }
     const QJsonObject barcodes = Json({"barcode", "list", "2", "--json"});
-    EXPECT_EQ(2, barcodes[QStringLiteral("count")].toInt());
-    EXPECT_EQ(QJsonObject({{QStringLiteral("id"), 3},
-                           {QStringLiteral("article_id"), 2},
-                           {QStringLiteral("plu"), 2},
-                           {QStringLiteral("barcode"), QStringLiteral("5900000000039")},
-                           {QStringLiteral("main"), false}}),
-              barcodes[QStringLiteral("barcodes")][1].toObject());
-    EXPECT_EQ(barcodes[QStringLiteral("barcodes")][1],
-              Json({"barcode", "walk", "--json"})[QStringLiteral("barcodes")][0]);
+    EXPECT_EQ(2, barcodes["count"].toInt());
+    EXPECT_EQ(QJsonObject({{"id", 3},
+                           {"article_id", 2},
+                           {"plu", 2},
+                           {"barcode", "5900000000039"},
+                           {"main", false}}),
+              barcodes["barcodes"][1].toObject());
+    EXPECT_EQ(barcodes["barcodes"][1], Json({"barcode", "walk", "--json"})["barcodes"][0]);
 
     // Labels: weight and price read from the code, the article found by its part.
     const QJsonObject weighed = Json({"scan", "2312345012500", "--json"});
-    const QJsonObject label = weighed[QStringLiteral("label")].toObject();
-    EXPECT_EQ(QStringLiteral("weight"), label[QStringLiteral("kind")].toString());
-    EXPECT_EQ(QJsonValue(1.25), label[QStringLiteral("weight_kg")]);
-    EXPECT_EQ(11, weighed[QStringLiteral("article")][QStringLiteral("plu")].toInt());
-    EXPECT_EQ(QJsonValue(41.24), weighed[QStringLiteral("to_pay")]) << "1.250 kg at 32.99";
+    const QJsonObject label = weighed["label"].toObject();
+    EXPECT_EQ("weight", label["kind"].toString());
+    EXPECT_EQ(QJsonValue(1.25), label["weight_kg"]);
+    EXPECT_EQ(11, weighed["article"]["plu"].toInt());
+    EXPECT_EQ(QJsonValue(41.24), weighed["to_pay"]) << "1.250 kg at 32.99";
     EXPECT_TRUE(Has(Do({"scan", "2912347015990"}).out, "To pay: 15.99"));
-    EXPECT_TRUE(Json({"scan", "5900000000015", "--json"})[QStringLiteral("label")].isNull());
+    EXPECT_TRUE(Json({"scan", "5900000000015", "--json"})["label"].isNull());
     EXPECT_EQ(1, Do({"scan", "5909999999996"}).exit);
 
     // The same weight label with its last digit misread: the register does not take it as a
@@ -123,17 +120,16 @@ TEST_F(Articlectl, NavigationListsAndCounts) {
                         << QStringLiteral("Artykuł ") + QString::fromLatin1(plu))
                          .exit);
     }
-    const QJsonArray list =
-        Json({"list", "6", "20", "--json"})[QStringLiteral("articles")].toArray();
+    const QJsonArray list = Json({"list", "6", "20", "--json"})["articles"].toArray();
     ASSERT_EQ(2, list.size());
-    EXPECT_EQ(10, list[0][QStringLiteral("plu")].toInt());
-    EXPECT_EQ(QStringLiteral("Artykuł 20"), list[1][QStringLiteral("name")].toString());
+    EXPECT_EQ(10, list[0]["plu"].toInt());
+    EXPECT_EQ("Artykuł 20", list[1]["name"].toString());
     EXPECT_EQ(1, Do({"list", "21"}).exit);
     EXPECT_EQ(2, Do({"list", "20", "6"}).exit);
     EXPECT_TRUE(Starts(Do({"next", "5"}).out, "PLU 10 "));
     EXPECT_EQ(1, Do({"prev", "5"}).exit);
-    EXPECT_EQ(QStringLiteral("1\n"), Do({"first-free-plu"}).out);
-    EXPECT_EQ(QStringLiteral("2\n"), Do({"count", "5", "10"}).out);
+    EXPECT_EQ("1\n", Do({"first-free-plu"}).out);
+    EXPECT_EQ("2\n", Do({"count", "5", "10"}).out);
     EXPECT_EQ(2, Do({"count", "10", "5"}).exit);
 }
 
@@ -143,11 +139,11 @@ TEST_F(Articlectl, SearchSaysHowManyItFoundAndFoldsDiacritics) {
     const QJsonObject wo = Json({"search", "wo", "--json"});
     EXPECT_EQ(words({"Woda mineralna 1,5 l", "Piwo Żywiec 0,5 l", "Wino czerwone wytrawne"}),
               names(wo));
-    EXPECT_EQ(3, wo[QStringLiteral("found")].toInt());
-    EXPECT_EQ(3, wo[QStringLiteral("shown")].toInt());
+    EXPECT_EQ(3, wo["found"].toInt());
+    EXPECT_EQ(3, wo["shown"].toInt());
     const QJsonObject two = Json({"search", "wo", "--limit", "2", "--json"});
     EXPECT_EQ(words({"Woda mineralna 1,5 l", "Piwo Żywiec 0,5 l"}), names(two));
-    EXPECT_EQ(3, two[QStringLiteral("found")].toInt());
+    EXPECT_EQ(3, two["found"].toInt());
 
     // Cut: how many were found and how many shown, and --limit.
     const Outcome cut = Do({"search", "5900", "--limit", "4"});
@@ -156,7 +152,7 @@ TEST_F(Articlectl, SearchSaysHowManyItFoundAndFoldsDiacritics) {
                      "\n9 found, first 4 shown (--limit N shows more, "
                      "--limit 0 all)\n"));
     const QJsonObject all = Json({"search", "5900", "--limit", "0", "--json"});
-    EXPECT_EQ(9, all[QStringLiteral("found")].toInt());
+    EXPECT_EQ(9, all["found"].toInt());
     EXPECT_EQ(9, names(all).size());
     EXPECT_EQ(2, Do({"search", "--limit", "-1", "x"}).exit);
 
@@ -241,32 +237,31 @@ TEST_F(Articlectl, CheckPassesAWholeCatalogueAndNamesEachProblem) {
         EXPECT_TRUE(Starts(found.out, problem.line));
         EXPECT_TRUE(Ends(found.out, ": 1 problem found\n"));
     }
-    const QJsonObject json = Json({"check", "--json"}, QStringLiteral("copy4.db"));
-    EXPECT_FALSE(json[QStringLiteral("ok")].toBool(true));
-    EXPECT_EQ(QJsonArray({1, 10}),
-              json[QStringLiteral("problems")][0][QStringLiteral("plus")].toArray());
+    const QJsonObject json = Json({"check", "--json"}, "copy4.db");
+    EXPECT_FALSE(json["ok"].toBool(true));
+    EXPECT_EQ(QJsonArray({1, 10}), json["problems"][0]["plus"].toArray());
 }
 
 // The demo shop, then a page of garbage in it: reads may still answer, check must not pass it.
 // The page in the middle of this file holds part of the schema, so nothing can be read (4); the
 // first page of the articles' table leaves the rest readable, and the table is named (1).
 TEST_F(Articlectl, DemoBuildsAFreshShopAndCheckNeverPassesItDamaged) {
-    const QString demo = QStringLiteral("demo.db");
+    const QString demo = "demo.db";
     const Outcome built = Do({"demo"}, demo);
     ASSERT_EQ(0, built.exit) << built.err.toStdString();
     for (const char* says : {"Built a sample shop", "scale label, weight", "not found"}) {
         EXPECT_TRUE(Has(built.out, says));
     }
-    EXPECT_EQ(300, Json({"count", "--json"}, demo)[QStringLiteral("count")].toInt());
+    EXPECT_EQ(300, Json({"count", "--json"}, demo)["count"].toInt());
     EXPECT_EQ(3, Do({"demo"}, demo).exit) << "only on a fresh file";
     EXPECT_TRUE(QFile::exists(Path("demo.db.log")));
 
     int articlePage = 0;
     {
         RawSqlite raw(Path(demo));
-        ASSERT_EQ(0, raw.Exec(QStringLiteral("VACUUM")));  // every page in use
-        articlePage = static_cast<int>(raw.Integer(
-            QStringLiteral("SELECT rootpage FROM sqlite_master WHERE name = 'Article'")));
+        ASSERT_EQ(0, raw.Exec("VACUUM"));  // every page in use
+        articlePage = static_cast<int>(
+            raw.Integer("SELECT rootpage FROM sqlite_master WHERE name = 'Article'"));
     }
     const QByteArray whole = ReadFile(demo);
     constexpr int pageSize = 4096;
@@ -277,10 +272,9 @@ TEST_F(Articlectl, DemoBuildsAFreshShopAndCheckNeverPassesItDamaged) {
             file[(page - 1) * pageSize + i] = static_cast<char>((i * 7919 + 13) % 251);
         }
         WriteFile("damaged.db", file);
-        const Outcome damaged = Do({"check"}, QStringLiteral("damaged.db"));
+        const Outcome damaged = Do({"check"}, "damaged.db");
         EXPECT_TRUE(damaged.exit == 1 || damaged.exit == 4) << page << ": " << damaged.exit;
-        EXPECT_TRUE(damaged.err.contains(QStringLiteral("malformed")) ||
-                    damaged.out.startsWith(QStringLiteral("damaged: ")))
+        EXPECT_TRUE(damaged.err.contains("malformed") || damaged.out.startsWith("damaged: "))
             << page << ": " << damaged.out.toStdString() << damaged.err.toStdString();
         if (page == articlePage) {
             EXPECT_EQ(1, damaged.exit);
@@ -290,7 +284,7 @@ TEST_F(Articlectl, DemoBuildsAFreshShopAndCheckNeverPassesItDamaged) {
     }
 
     MakeReceipts();
-    EXPECT_EQ(4, Do({"check"}, QStringLiteral("receipts.db")).exit);
-    EXPECT_EQ(4, Do({"check"}, QStringLiteral("missing.db")).exit);
+    EXPECT_EQ(4, Do({"check"}, "receipts.db").exit);
+    EXPECT_EQ(4, Do({"check"}, "missing.db").exit);
     EXPECT_FALSE(QFile::exists(Path("missing.db")));
 }

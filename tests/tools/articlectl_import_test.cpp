@@ -21,23 +21,22 @@ TEST_F(Articlectl, PolishSpreadsheetExportsAreRead) {
     EXPECT_TRUE(Has(imported.err, "ignoring the columns 'stan', 'Magazyn'"));
     EXPECT_TRUE(Has(imported.out, "Imported 2 rows"));
     const QJsonObject bread = Json({"show", "100", "--json"});
-    EXPECT_EQ(4.99, bread[QStringLiteral("price")].toDouble());
-    EXPECT_EQ(3, bread[QStringLiteral("tax_rate")].toInt());
-    EXPECT_EQ(QStringLiteral("5900000000114"), bread[QStringLiteral("main_barcode")].toString());
+    EXPECT_EQ(4.99, bread["price"].toDouble());
+    EXPECT_EQ(3, bread["tax_rate"].toInt());
+    EXPECT_EQ("5900000000114", bread["main_barcode"].toString());
     const QJsonObject milk = Json({"show", "101", "--json"});
-    EXPECT_EQ(QStringLiteral("Mleko 3,2%"), milk[QStringLiteral("name")].toString());
-    EXPECT_EQ(3.49, milk[QStringLiteral("price")].toDouble());
-    EXPECT_EQ(2, milk[QStringLiteral("dept")].toInt());
+    EXPECT_EQ("Mleko 3,2%", milk["name"].toString());
+    EXPECT_EQ(3.49, milk["price"].toDouble());
+    EXPECT_EQ(2, milk["dept"].toInt());
 
     // Tabs, and header names in any case with underscores for blanks.
     WriteFile("tabs.csv", "plu\tNAZWA\tcena\tKOD_KRESKOWY\n102\tWoda\t1.99\t5900000000121\n");
     const Outcome tabs = Do({"import", "tabs.csv"});
     EXPECT_EQ(0, tabs.exit) << tabs.err.toStdString();
-    EXPECT_EQ(QStringLiteral("5900000000121"),
-              Json({"show", "102", "--json"})[QStringLiteral("main_barcode")].toString());
+    EXPECT_EQ("5900000000121", Json({"show", "102", "--json"})["main_barcode"].toString());
 
     // The examples shipped with the tool: a spreadsheet's price list and a change of prices.
-    const QString examples = QStringLiteral("examples.db");
+    const QString examples = "examples.db";
     ASSERT_EQ(0, Do({"init"}, examples).exit);
     ASSERT_EQ(0, Do({"import", cennik}, examples).exit);
     const Outcome change =
@@ -58,10 +57,8 @@ TEST_F(Articlectl, TextInOtherEncodingsIsRefusedUnlessNamed) {
     EXPECT_EQ(0, Count());
     const Outcome decoded = Do({"import", "--encoding", "windows-1250", "cp1250.csv"});
     ASSERT_EQ(0, decoded.exit) << decoded.err.toStdString();
-    EXPECT_EQ(QStringLiteral("Kiełbasa śląska"),
-              Json({"show", "1", "--json"})[QStringLiteral("name")].toString());
-    EXPECT_EQ(QStringLiteral("Żurek łódzki"),
-              Json({"show", "2", "--json"})[QStringLiteral("name")].toString());
+    EXPECT_EQ("Kiełbasa śląska", Json({"show", "1", "--json"})["name"].toString());
+    EXPECT_EQ("Żurek łódzki", Json({"show", "2", "--json"})["name"].toString());
 
     // A NUL byte does not end the file early: nothing of it goes in; nor does UTF-16.
     const char withNul[] = "plu,name,price\n10,A,1.00\n11,B\0x,2.00\n12,C,3.00\n";
@@ -82,13 +79,12 @@ TEST_F(Articlectl, TextInOtherEncodingsIsRefusedUnlessNamed) {
     EXPECT_EQ(2, Count());
 
     // Standard input, named as such in the report.
-    EXPECT_TRUE(Says(2,
-                     Do(words({"import", "-"}), QStringLiteral("shop.db"),
-                        "plu,name,price\n20,Bułka,0.89\n21,Rogal,x\n"),
-                     "<stdin>:3: price 'x'"));
-    EXPECT_EQ(0, Do(words({"import", "-"}), QStringLiteral("shop.db"),
-                    "plu,name,price\n20,Bułka,0.89\n21,Rogal,1.19\n")
-                     .exit);
+    EXPECT_TRUE(Says(
+        2, Do(words({"import", "-"}), "shop.db", "plu,name,price\n20,Bułka,0.89\n21,Rogal,x\n"),
+        "<stdin>:3: price 'x'"));
+    EXPECT_EQ(
+        0, Do(words({"import", "-"}), "shop.db", "plu,name,price\n20,Bułka,0.89\n21,Rogal,1.19\n")
+               .exit);
     EXPECT_EQ(4, Count());
 }
 
@@ -106,18 +102,18 @@ TEST_F(Articlectl, AnUpdateChangesOnlyWhatTheFileSays) {
     ASSERT_EQ(0, priced.exit) << priced.err.toStdString();
     const QJsonObject after = Json({"show", "7", "--json"});
     for (auto field = before.begin(); field != before.end(); ++field) {
-        if (!field.key().startsWith(QStringLiteral("price"))) {
+        if (!field.key().startsWith("price")) {
             EXPECT_EQ(field.value(), after[field.key()]) << field.key().toStdString();
         }
     }
-    EXPECT_EQ(34.99, after[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(34.99, after["price"].toDouble());
     const Outcome again = Do({"import", "prices.csv"});
     EXPECT_TRUE(Has(again.out, "0 changed, 1 unchanged"));
 
     // A dry run names each change and leaves the file as it was.
     const QByteArray file = ReadFile("shop.db");
     WriteFile(
-        QStringLiteral("change.csv"),
+        "change.csv",
         "plu,price,barcode,name\n7,35.49,5900000000053,Ser żółty Gouda\n8,1.00,,Nowy\n9,2.00,,\n"
         "10,1.00,5900000000046,Inny\n");
     const Outcome dry = Do({"import", "--dry-run", "change.csv"});
@@ -129,12 +125,12 @@ TEST_F(Articlectl, AnUpdateChangesOnlyWhatTheFileSays) {
     EXPECT_TRUE(Has(dry.err, "change.csv:4: PLU 9 is not on file, and a new article needs a name"));
     EXPECT_TRUE(Has(dry.err, "change.csv:5: barcode 5900000000046 already belongs to PLU 7"));
     const QJsonObject json = Json({"import", "--dry-run", "--json", "change.csv"});
-    const QJsonValue rows = json[QStringLiteral("rows")];
-    const QJsonValue price = rows[0][QStringLiteral("changes")][QStringLiteral("price")];
-    EXPECT_EQ(34.99, price[QStringLiteral("old")].toDouble());
-    EXPECT_EQ(35.49, price[QStringLiteral("new")].toDouble());
-    EXPECT_EQ(QStringLiteral("refused"), rows[2][QStringLiteral("action")].toString());
-    EXPECT_EQ(2, json[QStringLiteral("refused")].toInt());
+    const QJsonValue rows = json["rows"];
+    const QJsonValue price = rows[0]["changes"]["price"];
+    EXPECT_EQ(34.99, price["old"].toDouble());
+    EXPECT_EQ(35.49, price["new"].toDouble());
+    EXPECT_EQ("refused", rows[2]["action"].toString());
+    EXPECT_EQ(2, json["refused"].toInt());
     EXPECT_EQ(file, ReadFile("shop.db"));
     EXPECT_EQ(after, Json({"show", "7", "--json"}));
 
@@ -142,11 +138,11 @@ TEST_F(Articlectl, AnUpdateChangesOnlyWhatTheFileSays) {
     WriteFile("replace.csv", "plu,name,price\n7,Ser żółty Gouda,34.99\n");
     ASSERT_EQ(0, Do({"import", "--replace", "replace.csv"}).exit);
     const QJsonObject replaced = Json({"show", "7", "--json"});
-    EXPECT_EQ(1, replaced[QStringLiteral("tax_rate")].toInt());
-    EXPECT_EQ(1, replaced[QStringLiteral("unit")].toInt());
-    EXPECT_EQ(0, replaced[QStringLiteral("scale")].toInt());
-    EXPECT_EQ(QString(), replaced[QStringLiteral("main_barcode")].toString());
-    EXPECT_TRUE(replaced[QStringLiteral("extra_barcodes")].toArray().isEmpty());
+    EXPECT_EQ(1, replaced["tax_rate"].toInt());
+    EXPECT_EQ(1, replaced["unit"].toInt());
+    EXPECT_EQ(0, replaced["scale"].toInt());
+    EXPECT_EQ(QString(), replaced["main_barcode"].toString());
+    EXPECT_TRUE(replaced["extra_barcodes"].toArray().isEmpty());
 }
 
 TEST_F(Articlectl, ImportIsAllOrNothingAndNamesEachBadLine) {
@@ -198,7 +194,7 @@ TEST_F(Articlectl, ExportAndImportRoundTripToTheSameFile) {
     // Importing again changes nothing: nothing is duplicated.
     const Outcome again = Do({"import", "first.csv"});
     EXPECT_TRUE(Has(again.out, "0 added, 0 changed, 15 unchanged"));
-    EXPECT_EQ(14, Json({"stats", "--json"})[QStringLiteral("barcodes")].toInt());
+    EXPECT_EQ(14, Json({"stats", "--json"})["barcodes"].toInt());
 
     // What Polish Excel opens, and import reads back to the same catalogue.
     ASSERT_EQ(0, Do({"export", "--excel", "excel.csv"}).exit);

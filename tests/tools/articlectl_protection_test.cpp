@@ -11,7 +11,7 @@
 namespace {
 
 QStringList Backups(const QString& folder) {
-    return QDir(folder).entryList({QStringLiteral("*.db")}, QDir::Files, QDir::Name);
+    return QDir(folder).entryList({"*.db"}, QDir::Files, QDir::Name);
 }
 
 }  // namespace
@@ -20,25 +20,21 @@ TEST_F(Articlectl, MistypedPathsCreateNothingAndAreNamed) {
     for (const QStringList& command :
          {words({"count"}), words({"search", "x"}), words({"add", "--name", "X"}),
           words({"import", "nothing.csv"})}) {
-        const Outcome outcome = Do(command, QStringLiteral("sohp.db"));
+        const Outcome outcome = Do(command, "sohp.db");
         EXPECT_EQ(4, outcome.exit) << command.join(' ').toStdString();
         EXPECT_TRUE(outcome.err.contains(Path("sohp.db"))) << outcome.err.toStdString();
     }
-    EXPECT_EQ(QStringList{QStringLiteral("shop.db")},
-              QDir(dir.path()).entryList({QStringLiteral("sohp*"), QStringLiteral("shop.db")}));
+    EXPECT_EQ(QStringList{"shop.db"}, QDir(dir.path()).entryList({"sohp*", "shop.db"}));
     EXPECT_FALSE(QFile::exists(Path("receipts.db")))
         << "the tool never makes the register's receipt database";
 
     // import --create makes a new catalogue set up as init sets one up, and keeps no copy of it.
-    const Outcome created = Do({"import", "--create", cennik}, QStringLiteral("new.db"));
+    const Outcome created = Do({"import", "--create", cennik}, "new.db");
     ASSERT_EQ(0, created.exit) << created.err.toStdString();
-    EXPECT_EQ(99,
-              Json({"dept", "list", "--json"}, QStringLiteral("new.db"))[QStringLiteral("count")]
-                  .toInt());
+    EXPECT_EQ(99, Json({"dept", "list", "--json"}, "new.db")["count"].toInt());
     EXPECT_FALSE(QFile::exists(Path("new.db.backups")));
 
-    const Outcome receipts = Do(QStringList{QStringLiteral("--receipts"), Path("reciepts.db")}
-                                << QStringLiteral("count"));
+    const Outcome receipts = Do(QStringList{"--receipts", Path("reciepts.db")} << "count");
     EXPECT_EQ(4, receipts.exit);
     EXPECT_TRUE(Has(receipts.err, "reciepts.db"));
 }
@@ -62,10 +58,10 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     QFile::remove(backups);
 
     RawSqlite shop(Path("shop.db"));
-    const QString deptName = QStringLiteral("SELECT dept_name FROM Dept WHERE dept_id = 1");
-    shop.Exec(QStringLiteral("UPDATE Dept SET dept_name = 'Piekarnia' WHERE dept_id = 1"));
+    const QString deptName = "SELECT dept_name FROM Dept WHERE dept_id = 1";
+    shop.Exec("UPDATE Dept SET dept_name = 'Piekarnia' WHERE dept_id = 1");
     ASSERT_EQ(0, Do({"init", "--force"}).exit);
-    EXPECT_NE(QStringLiteral("Piekarnia"), shop.Text(deptName));
+    EXPECT_NE("Piekarnia", shop.Text(deptName));
     ASSERT_EQ(0, Do({"clear", "--no-receipts"}).exit);
     EXPECT_EQ(0, Count());
     const QStringList copies = Backups(backups);
@@ -75,7 +71,7 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     const Outcome restored = Do(words({"restore"}) << QDir(backups).filePath(copies.first()));
     ASSERT_EQ(0, restored.exit) << restored.err.toStdString();
     EXPECT_EQ(1, Count());
-    EXPECT_EQ(QStringLiteral("Piekarnia"), shop.Text(deptName));
+    EXPECT_EQ("Piekarnia", shop.Text(deptName));
     EXPECT_EQ(3, Backups(backups).size()) << "the restored-over catalogue is kept too";
 
     // A damaged or foreign file is never restored.
@@ -86,14 +82,14 @@ TEST_F(Articlectl, ClearAndInitAskBeforeTheyWipeAndKeepACopy) {
     // An import's copy, written while the rows are stored, holds the catalogue before them.
     ASSERT_EQ(0, Do({"import", "rolls.csv"}).exit);
     EXPECT_EQ(2, Count());
-    EXPECT_EQ(QStringLiteral("1"), RawSqlite(QDir(backups).filePath(Backups(backups).last()))
-                                       .Text(QStringLiteral("SELECT count(*) FROM Article")));
+    EXPECT_EQ("1", RawSqlite(QDir(backups).filePath(Backups(backups).last()))
+                       .Text("SELECT count(*) FROM Article"));
 
     for (int i = 0; i < 9; ++i) {
         ASSERT_EQ(0, Do({"backup"}).exit);
     }
     EXPECT_EQ(10, Backups(backups).size()) << "only the newest ten are kept";
-    EXPECT_EQ(10, Json({"backup", "--list", "--json"})[QStringLiteral("count")].toInt());
+    EXPECT_EQ(10, Json({"backup", "--list", "--json"})["count"].toInt());
 }
 
 // A write the database refuses, injected or on a read-only file, is reported with SQLite's own
@@ -104,7 +100,7 @@ TEST_F(Articlectl, WriteFailuresAreReportedAndNeverBlamedOnTheInput) {
     ASSERT_EQ(0, Do({"import", "list.csv"}).exit);
     {
         RawSqlite shop(Path("shop.db"));
-        shop.FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+        shop.FailOn("Article", "UPDATE");
         // Rows that change nothing are not written, so the failing update is never reached.
         EXPECT_EQ(0, Do({"import", "list.csv"}).exit);
         for (const QStringList& command :
@@ -114,11 +110,11 @@ TEST_F(Articlectl, WriteFailuresAreReportedAndNeverBlamedOnTheInput) {
             EXPECT_TRUE(Has(failed.err, "injected"));
             EXPECT_FALSE(Has(failed.err, "prices.csv:"));
         }
-        shop.StopFailing(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+        shop.StopFailing("Article", "UPDATE");
     }
     // Root writes read-only files: the tool then runs as nobody, who may only read.
     const bool asNobody = geteuid() == 0;
-    if (asNobody && !QFile::exists(QStringLiteral("/usr/bin/setpriv"))) {
+    if (asNobody && !QFile::exists("/usr/bin/setpriv")) {
         GTEST_SKIP() << "running as root without setpriv";
     }
     // The folder stays writable, as a shop PC's is: SQLite makes its -shm file beside a reader.
@@ -128,7 +124,7 @@ TEST_F(Articlectl, WriteFailuresAreReportedAndNeverBlamedOnTheInput) {
         QFile::setPermissions(Path(name), QFile::ReadOwner | QFile::ReadOther);
     }
     const auto reader = [&](const QStringList& arguments) {
-        const QStringList line = QStringList{QStringLiteral("--db"), Path("shop.db")} + arguments;
+        const QStringList line = QStringList{"--db", Path("shop.db")} + arguments;
         return asNobody ? Run(words({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
                                      "--clear-groups"}) +
                               childCommand(QStringLiteral(ARTICLECTL_PATH), line))

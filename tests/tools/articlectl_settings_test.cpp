@@ -24,7 +24,7 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
         }
     }
     EXPECT_EQ(1, Count());
-    EXPECT_EQ(1, Json({"barcode", "list", "1", "--json"})[QStringLiteral("count")].toInt());
+    EXPECT_EQ(1, Json({"barcode", "list", "1", "--json"})["count"].toInt());
 
     // An internal code, an EAN-8, a UPC-A and a weight label's article part go in; a scanned
     // label then finds its article.
@@ -33,7 +33,7 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
     EXPECT_EQ(0, Do({"barcode", "add", "1", "036000291452"}).exit);
     ASSERT_EQ(0, Do({"add", "--name", "Ser", "--unit", "kg", "--barcode", "2312345000002"}).exit);
     const QJsonObject scanned = Json({"scan", "2312345012500", "--json"});
-    EXPECT_EQ(2, scanned[QStringLiteral("article")][QStringLiteral("plu")].toInt());
+    EXPECT_EQ(2, scanned["article"]["plu"].toInt());
 
     // Characters, not UTF-16 units, and one stored form of a name typed two ways.
     const QString emoji = QString::fromUtf8("\xF0\x9F\x98\x80");
@@ -43,10 +43,10 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
     const QString composed = QString::fromUtf8("Żółć");
     const QString decomposed = composed.normalized(QString::NormalizationForm_D);
     ASSERT_EQ(0, Do(words({"add", "--plu", "10", "--name"}) << decomposed).exit);
-    EXPECT_EQ(composed, Json({"show", "10", "--json"})[QStringLiteral("name")].toString());
+    EXPECT_EQ(composed, Json({"show", "10", "--json"})["name"].toString());
     EXPECT_EQ(3, Do(words({"add", "--name"}) << composed).exit) << "the same name, composed";
     for (const QStringList& find : {words({"search"}), words({"show", "--name"})}) {
-        EXPECT_EQ(0, Do(find + QStringList{decomposed, QStringLiteral("--json")}).exit)
+        EXPECT_EQ(0, Do(find + QStringList{decomposed, "--json"}).exit)
             << find.first().toStdString() << ": typed decomposed, found composed";
     }
 
@@ -57,7 +57,7 @@ TEST_F(Articlectl, DoubtfulBarcodesNamesAndPricesAreRefusedWithWhatToDo) {
         EXPECT_EQ(2, outcome.exit) << price;
         EXPECT_TRUE(Has(outcome.err, "thousands separator")) << price;
     }
-    EXPECT_EQ(12.99, Json({"show", "1", "--json"})[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(12.99, Json({"show", "1", "--json"})["price"].toDouble());
 }
 
 TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
@@ -69,13 +69,10 @@ TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
     };
     ASSERT_EQ(0, prefix({"add", "4", "21", "--kind", "none"}).exit);
     const QJsonObject classified = prefix({"classify", "21", "--json"}).Json().object();
-    EXPECT_EQ(QStringLiteral("none"), classified[QStringLiteral("kind")].toString());
-    EXPECT_EQ(4, classified[QStringLiteral("id")].toInt());
-    EXPECT_EQ(
-        QJsonArray({QJsonObject{{QStringLiteral("id"), 4},
-                                {QStringLiteral("prefix"), QStringLiteral("21")},
-                                {QStringLiteral("kind"), QStringLiteral("none")}}}),
-        prefix({"list", "--kind", "none", "--json"}).Json()[QStringLiteral("prefixes")].toArray());
+    EXPECT_EQ("none", classified["kind"].toString());
+    EXPECT_EQ(4, classified["id"].toInt());
+    EXPECT_EQ(QJsonArray({QJsonObject{{"id", 4}, {"prefix", "21"}, {"kind", "none"}}}),
+              prefix({"list", "--kind", "none", "--json"}).Json()["prefixes"].toArray());
 
     const QString before = prefix({"list", "--json"}).out;
     const Outcome taken = prefix({"add", "1", "28", "--kind", "price"});
@@ -93,36 +90,35 @@ TEST_F(Articlectl, PrefixEntriesAreNeverReplacedOrOverlappedUnasked) {
 
     EXPECT_EQ(0, prefix({"add", "1", "28", "--kind", "price", "--replace"}).exit);
     EXPECT_EQ(0, prefix({"add", "8", "2", "--kind", "weight", "--overlap"}).exit);
-    EXPECT_EQ(QStringLiteral("28: price (entry 1)\n"), prefix({"classify", "28"}).out);
+    EXPECT_EQ("28: price (entry 1)\n", prefix({"classify", "28"}).out);
     EXPECT_EQ(1, prefix({"classify", "27"}).exit);
     EXPECT_EQ(0, prefix({"remove", "8"}).exit);
     ASSERT_EQ(0, prefix({"reset"}).exit);
-    EXPECT_EQ(4, prefix({"list", "--json"}).Json()[QStringLiteral("count")].toInt());
+    EXPECT_EQ(4, prefix({"list", "--json"}).Json()["count"].toInt());
 }
 
 TEST_F(Articlectl, DepartmentsAndTaxRatesSpeakInNumbersAndCountTheirArticles) {
     ASSERT_EQ(0, Do({"dept", "set", "5", "--name", "Napoje", "--max-discount", "12,5"}).exit);
     const QJsonObject dept = Json({"dept", "show", "5", "--json"});
-    EXPECT_EQ(QStringLiteral("Napoje"), dept[QStringLiteral("name")].toString());
-    EXPECT_EQ(12.5, dept[QStringLiteral("max_discount")].toDouble());
-    EXPECT_EQ(100, dept[QStringLiteral("max_surcharge")].toDouble());
+    EXPECT_EQ("Napoje", dept["name"].toString());
+    EXPECT_EQ(12.5, dept["max_discount"].toDouble());
+    EXPECT_EQ(100, dept["max_surcharge"].toDouble());
     EXPECT_TRUE(Has(Do({"dept", "show", "15"}).out, "Grupa towarowa 15"));
 
     ASSERT_EQ(0, Do({"add", "--name", "Chleb", "--tax", "A"}).exit);
     ASSERT_EQ(0, Do({"add", "--name", "Bułka", "--tax", "A"}).exit);
     const Outcome set = Do({"tax", "set", "A", "8"});
     ASSERT_EQ(0, set.exit);
-    EXPECT_EQ(QStringLiteral("Tax rate A set to 8.00 % (was 23.00 %); 2 articles use it.\n"),
-              set.out);
+    EXPECT_EQ("Tax rate A set to 8.00 % (was 23.00 %); 2 articles use it.\n", set.out);
     EXPECT_TRUE(Says(3, Do({"tax", "set", "A", "unused"}), "2 articles use it"));
     EXPECT_EQ(3, Do({"tax", "reset"}).exit);
     ASSERT_EQ(0, Do({"tax", "set", "E", "12.5"}).exit);
-    const QJsonArray rates = Json({"tax", "list", "--json"})[QStringLiteral("tax_rates")].toArray();
+    const QJsonArray rates = Json({"tax", "list", "--json"})["tax_rates"].toArray();
     ASSERT_EQ(7, rates.size());
-    EXPECT_EQ(8, rates[0][QStringLiteral("percent")].toDouble());
-    EXPECT_EQ(2, rates[0][QStringLiteral("articles")].toInt());
-    EXPECT_EQ(12.5, rates[4][QStringLiteral("percent")].toDouble());
-    EXPECT_FALSE(rates[5][QStringLiteral("in_use")].toBool());
-    EXPECT_TRUE(rates[6][QStringLiteral("exempt")].toBool());
-    EXPECT_TRUE(rates[6][QStringLiteral("percent")].isNull());
+    EXPECT_EQ(8, rates[0]["percent"].toDouble());
+    EXPECT_EQ(2, rates[0]["articles"].toInt());
+    EXPECT_EQ(12.5, rates[4]["percent"].toDouble());
+    EXPECT_FALSE(rates[5]["in_use"].toBool());
+    EXPECT_TRUE(rates[6]["exempt"].toBool());
+    EXPECT_TRUE(rates[6]["percent"].isNull());
 }

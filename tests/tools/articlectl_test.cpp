@@ -60,7 +60,7 @@ TEST_F(Articlectl, HelpIsEverywhereAndSuggestsWhatWasMeant) {
     // Global options anywhere on the line.
     const Outcome late = Tool(words({"count", "--json", "--db"}) << Path("shop.db"));
     EXPECT_EQ(0, late.exit) << late.err.toStdString();
-    EXPECT_EQ(0, late.Json()[QStringLiteral("count")].toInt(-1));
+    EXPECT_EQ(0, late.Json()["count"].toInt(-1));
 }
 
 TEST_F(Articlectl, BadInputIsRefusedAndChangesNothing) {
@@ -81,12 +81,12 @@ TEST_F(Articlectl, BadInputIsRefusedAndChangesNothing) {
         EXPECT_FALSE(refused.err.isEmpty());
     }
     EXPECT_EQ(1, Count());
-    EXPECT_EQ(5.49, Json({"show", "1", "--json"})[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(5.49, Json({"show", "1", "--json"})["price"].toDouble());
 
     // A file that is not a database is refused and left as it was, by check too.
     WriteFile("notes.db", QByteArray(5000, 'n'));
     for (const char* command : {"count", "check"}) {
-        EXPECT_TRUE(Says(4, Do({command}, QStringLiteral("notes.db")), "file is not a database"));
+        EXPECT_TRUE(Says(4, Do({command}, "notes.db"), "file is not a database"));
     }
     EXPECT_EQ(QByteArray(5000, 'n'), ReadFile("notes.db"));
 }
@@ -94,12 +94,12 @@ TEST_F(Articlectl, BadInputIsRefusedAndChangesNothing) {
 TEST_F(Articlectl, PricesAreSetAndConverted) {
     ASSERT_EQ(0, Do({"import", pricelist}).exit);
     ASSERT_EQ(0, Do({"price", "set", "1", "6"}).exit);
-    EXPECT_EQ(6.0, Json({"show", "1", "--json"})[QStringLiteral("price")].toDouble());
+    EXPECT_EQ(6.0, Json({"show", "1", "--json"})["price"].toDouble());
     EXPECT_EQ(1, Do({"price", "set", "999", "1"}).exit);
     const QJsonObject converted = Json({"price", "convert", "4.3210", "--json"});
-    EXPECT_EQ(15, converted[QStringLiteral("articles")].toInt());
-    EXPECT_EQ(15, converted[QStringLiteral("changed")].toInt());
-    EXPECT_EQ(1.39, Json({"show", "1", "--json"})[QStringLiteral("price")].toDouble())
+    EXPECT_EQ(15, converted["articles"].toInt());
+    EXPECT_EQ(15, converted["changed"].toInt());
+    EXPECT_EQ(1.39, Json({"show", "1", "--json"})["price"].toDouble())
         << "6.00 / 4.3210 = 1.3886 rounds to 1.39";
     EXPECT_EQ(2, Do({"price", "convert", "0"}).exit);
 }
@@ -107,7 +107,7 @@ TEST_F(Articlectl, PricesAreSetAndConverted) {
 TEST_F(Articlectl, ClearWaitsForTheReceiptsAndDeleteTakesItsBarcodes) {
     ASSERT_EQ(0, Do({"import", pricelist}).exit);
     ASSERT_EQ(0, Do({"delete", "41"}).exit);
-    EXPECT_EQ(0, Json({"show", "40", "--json"})[QStringLiteral("link_plu")].toInt())
+    EXPECT_EQ(0, Json({"show", "40", "--json"})["link_plu"].toInt())
         << "the link to the deleted article is gone";
     EXPECT_EQ(1, Do({"delete", "41"}).exit);
     ASSERT_EQ(0, Do({"delete", "2"}).exit);
@@ -116,11 +116,11 @@ TEST_F(Articlectl, ClearWaitsForTheReceiptsAndDeleteTakesItsBarcodes) {
     MakeReceipts();
     RawSqlite receipts(Path("receipts.db"));
     receipts.Exec(
-        QStringLiteral("INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "
-                       "VALUES (1, 1, 1, 1)"));
+        "INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "
+        "VALUES (1, 1, 1, 1)");
     EXPECT_TRUE(Says(3, Do({"clear"}), "still holds receipt lines"));
     EXPECT_EQ(13, Count());
-    receipts.Exec(QStringLiteral("DELETE FROM ReceiptLineEvent"));
+    receipts.Exec("DELETE FROM ReceiptLineEvent");
     EXPECT_EQ(0, Do({"clear"}).exit);
     EXPECT_EQ(0, Count());
 }

@@ -59,13 +59,12 @@ TEST_F(SpecialBarcodeRecognizerTest, EachFactoryPrefixGivesItsArticleAndValue) {
 
 TEST_F(SpecialBarcodeRecognizerTest, OtherCodesAreLeftAlone) {
     const QString untouched = "untouched";
-    for (const QString& code :
-         {QStringLiteral("5901234123457"),   // valid EAN-13, not a store prefix
-          QStringLiteral("2712345015997"),   // store prefix, wrong check digit
-          QStringLiteral("271234501599"),    // 12 digits
-          QStringLiteral("27123450159990"),  // 14 digits
-          QStringLiteral("27123450159a9"), QString(), QStringLiteral("27"),
-          QStringLiteral("\"; DROP TABLE SpecialBarcodePrefixes; --")}) {
+    for (const QString& code : QStringList{"5901234123457",   // valid EAN-13, not a store prefix
+                                           "2712345015997",   // store prefix, wrong check digit
+                                           "271234501599",    // 12 digits
+                                           "27123450159990",  // 14 digits
+                                           "27123450159a9", QString(), "27",
+                                           "\"; DROP TABLE SpecialBarcodePrefixes; --"}) {
         QString out = untouched;
         EXPECT_FALSE(recognizer.getArticleBarcode(code, out)) << code.toStdString();
         EXPECT_EQ(untouched, out);
@@ -100,11 +99,11 @@ TEST_F(SpecialBarcodeRecognizerTest, PrefixesChangedInTheDatabaseApplyAtTheNextS
     // The longest stored prefix wins, even one reaching into the value digits.
     changeElsewhere("INSERT INTO SpecialBarcodePrefixes VALUES (10, '2112', 0)");
     ASSERT_TRUE(recognizer.Read(label, reading));
-    EXPECT_EQ(QStringLiteral("2112"), reading.prefix);
+    EXPECT_EQ("2112", reading.prefix);
     EXPECT_EQ(SPECIAL_BARCODE_WEIGHT, reading.type);
     changeElsewhere("INSERT INTO SpecialBarcodePrefixes VALUES (11, '211234500', 1)");
     ASSERT_TRUE(recognizer.Read(label, reading));
-    EXPECT_EQ(QStringLiteral("211234500"), reading.prefix);
+    EXPECT_EQ("211234500", reading.prefix);
     EXPECT_EQ(ean13("211234500000"), reading.articleBarcode);
     changeElsewhere("DELETE FROM SpecialBarcodePrefixes WHERE prefix LIKE '21%'");
     EXPECT_FALSE(recognizer.getArticleBarcode(label, out));

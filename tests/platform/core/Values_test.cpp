@@ -16,13 +16,12 @@ TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
     EXPECT_TRUE(rate.IsValid());
     EXPECT_EQ(43210, rate.GetNumberValue());
     EXPECT_EQ(4u, rate.GetPrecisionDigits());
-    EXPECT_EQ(QStringLiteral("4.3210"), rate.ToString());
+    EXPECT_EQ("4.3210", rate.ToString());
     EXPECT_EQ(1, CurrencyExchangeRate("1").GetNumberValue());
     EXPECT_EQ(0u, CurrencyExchangeRate("1").GetPrecisionDigits());
     EXPECT_EQ(-5, PercentValue("-0,5").GetNumberValue());
-    EXPECT_EQ(QStringLiteral("-0.5"), PercentValue("-0,5").ToString());
-    EXPECT_EQ(QStringLiteral("-92233720368547758.08"),
-              PercentValue(std::numeric_limits<qint64>::min()).ToString());
+    EXPECT_EQ("-0.5", PercentValue("-0,5").ToString());
+    EXPECT_EQ("-92233720368547758.08", PercentValue(std::numeric_limits<qint64>::min()).ToString());
     for (const char* bad : {"", "abc", "1.2.3", "1e5", "--1", ".", "1234567890123456789"}) {
         EXPECT_FALSE(CurrencyExchangeRate(bad).IsValid()) << bad;
     }
@@ -33,7 +32,7 @@ TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
     EXPECT_EQ(1200, PriceValue("12").GetNumberValue());
     EXPECT_EQ(2u, PriceValue("12").GetPrecisionDigits());
     EXPECT_FALSE(PriceValue("12.345").IsValid());
-    EXPECT_EQ(QStringLiteral("0.05"), PriceValue(5).ToString());
+    EXPECT_EQ("0.05", PriceValue(5).ToString());
 }
 
 TEST(TaxRatesListTest, FillNamesSevenRatesAToG) {
@@ -41,9 +40,9 @@ TEST(TaxRatesListTest, FillNamesSevenRatesAToG) {
     list.Fill(TaxRates{{2300, 800, 500, 0, 65535, 65535, 61440}, 2});
     ASSERT_EQ(7, list.size());
     EXPECT_EQ(1u, list.first()->GetId());
-    EXPECT_EQ(QStringLiteral("A"), list.first()->GetName());
+    EXPECT_EQ("A", list.first()->GetName());
     EXPECT_EQ(7u, list.last()->GetId());
-    EXPECT_EQ(QStringLiteral("G"), list.last()->GetName());
+    EXPECT_EQ("G", list.last()->GetName());
     EXPECT_EQ(61440, list.last()->GetValue());
     list.Clean();
     EXPECT_TRUE(list.isEmpty());

@@ -118,8 +118,8 @@ TEST_F(DBManagerSql, LoadsLikeAndUpperFoldPolishLetters) {
     DBDirectQueryResult direct;
     ASSERT_EQ(DB_OPERATION_SUCCESS,
               articles->Execute("SELECT UPPER(\"żółć ß\"), lower(\"ĄĘ\")", &direct));
-    EXPECT_EQ(QStringLiteral("ŻÓŁĆ SS"), direct.GetValue(0, 0).toString());
-    EXPECT_EQ(QStringLiteral("ąę"), direct.GetValue(0, 1).toString());
+    EXPECT_EQ("ŻÓŁĆ SS", direct.GetValue(0, 0).toString());
+    EXPECT_EQ("ąę", direct.GetValue(0, 1).toString());
 
     QSharedPointer<DBData> result;
     ASSERT_EQ(DB_OPERATION_SUCCESS,

@@ -77,7 +77,7 @@ TEST_F(DBManagerOpen, CommitsAreDurableAndNoStatementReachesBeyondTheCatalogue) 
     DBDirectQueryResult result;
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("PRAGMA synchronous", &result));
     EXPECT_EQ(2, result.GetValue(0, 0).toInt()) << "FULL: a commit survives a power cut";
-    EXPECT_EQ(QStringLiteral("wal"), Raw().Text("PRAGMA journal_mode"));
+    EXPECT_EQ("wal", Raw().Text("PRAGMA journal_mode"));
     const QString other = dir.filePath("other.db");
     EXPECT_NE(DB_OPERATION_SUCCESS, articles->Execute("ATTACH '" + other + "' AS other", nullptr));
     EXPECT_FALSE(QFile::exists(other));

@@ -62,5 +62,5 @@ TEST_F(QueryLimits, NoQueryRunsPastItsBudgetOrGrowsPastItsLimits) {
     EXPECT_TRUE(log->Mentions("string or blob too big"));
     ASSERT_EQ(DB_OPERATION_SUCCESS,
               articles->Execute("SELECT printf('%-6s|%5.2f|%*d', 'ab', 3.14159, 4, 7)", &result));
-    EXPECT_EQ(QStringLiteral("ab    | 3.14|   7"), result.GetValue(0, 0).toString());
+    EXPECT_EQ("ab    | 3.14|   7", result.GetValue(0, 0).toString());
 }

@@ -34,7 +34,7 @@ TEST_F(SchemaMigrator, TablesDescribeTheLiveSchema) {
     ASSERT_NE(nullptr, article);
     ASSERT_EQ(16, article->GetColumns().size());
     ASSERT_EQ(1, article->GetPrimaryKey().size());
-    EXPECT_EQ(QStringLiteral("id"), article->GetPrimaryKey().first()->GetName());
+    EXPECT_EQ("id", article->GetPrimaryKey().first()->GetName());
     const DBColumn* name = article->GetColumn("art_name");
     ASSERT_NE(nullptr, name);
     EXPECT_EQ(40, name->GetSize());
@@ -49,7 +49,7 @@ TEST_F(SchemaMigrator, TablesDescribeTheLiveSchema) {
     EXPECT_EQ(article, articles->GetTable("Article"));
     Raw().Exec("DROP TABLE Extra");
     EXPECT_EQ(nullptr, articles->GetTable("Extra"));
-    EXPECT_EQ(QStringLiteral("note"), extra->GetColumn("note")->GetName());
+    EXPECT_EQ("note", extra->GetColumn("note")->GetName());
 }
 
 TEST(SchemaMigratorFile, OlderFileIsMigratedAndKeepsItsRows) {
@@ -70,7 +70,7 @@ TEST(SchemaMigratorFile, OlderFileIsMigratedAndKeepsItsRows) {
     ASSERT_EQ(DB_OPERATION_SUCCESS, db.Open());
     EXPECT_EQ(DBManager::LatestSchemaVersion(DBManager::SCHEMA_ARTICLES), db.GetSchemaVersion());
     RawSqlite check(path);
-    EXPECT_EQ(QStringLiteral("Chleb"), check.Text("SELECT art_name FROM Article"));
+    EXPECT_EQ("Chleb", check.Text("SELECT art_name FROM Article"));
     EXPECT_EQ(1, check.Integer(
                      "SELECT COUNT(*) FROM sqlite_master WHERE name = 'ArticleBarcode_barcode'"));
 }
@@ -127,5 +127,5 @@ TEST(SchemaMigratorFile, RefusedFilesAreLeftByteForByte) {
         db.Close();
         EXPECT_EQ(before, hash(file.first)) << file.first.toStdString() << " was changed";
     }
-    EXPECT_EQ(QStringLiteral("1"), otherProgram.Text("SELECT id FROM Orders"));
+    EXPECT_EQ("1", otherProgram.Text("SELECT id FROM Orders"));
 }

@@ -53,7 +53,7 @@ TEST_F(StatementRunner, ExecuteRunsExactlyOneStatementSeenByObservers) {
     EXPECT_EQ(QVector<QString>({"plu_no", "name"}), result.GetColumnNames());
     ASSERT_EQ(1, result.RowCount());
     EXPECT_EQ(1, result.GetValue(0, 0).toInt());
-    EXPECT_EQ(QStringLiteral("A"), result.GetValue(0, 1).toString());
+    EXPECT_EQ("A", result.GetValue(0, 1).toString());
     // Observers see every executed text, failed ones too, and no other call's.
     seen.clear();
     articles->Execute("SELECT nonsense FROM nowhere", nullptr);
@@ -78,7 +78,7 @@ TEST_F(StatementRunner, AStatementCompiledAgainWithMoreColumnsNamesThemAll) {
     // Another connection adds a column: SQLite compiles the cached statement again.
     Raw().Exec("ALTER TABLE Article ADD COLUMN extra INTEGER");
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->Execute("SELECT * FROM Article", read));
-    EXPECT_EQ(QStringLiteral("extra"), last);
+    EXPECT_EQ("extra", last);
     EXPECT_NE(before, columnsId) << "a reader mapping columns by name must map them again";
 }
 
@@ -96,7 +96,7 @@ TEST_F(StatementRunner, DoubleQuotedTextIsAlwaysAValue) {
                                                       "WHERE art_name = \"Say \"\"hi\"\"\"",
                                                       &result));
     EXPECT_EQ(QStringList({"3"}), Column(result, 0));
-    EXPECT_EQ(QStringLiteral("number"), result.GetColumnNames().value(0));
+    EXPECT_EQ("number", result.GetColumnNames().value(0));
     // A text whose quoted part cannot be a value is refused, never run with it as a name.
     DBDirectQueryResult refused;
     EXPECT_NE(DB_OPERATION_SUCCESS, articles->Execute("SELECT * FROM \"Article\"", &refused));
@@ -124,13 +124,11 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
         EXPECT_EQ(QStringList({"1"}), firstColumn(head, "111", plain));
         EXPECT_EQ(QStringList({"2"}), firstColumn(head, "AB\"CD", notHandy));
         EXPECT_EQ(QStringList({"1"}), firstColumn(head, "111", "\" AND a.plu_no == 1"));
-        for (const QString& text :
-             {QStringLiteral("x\" OR \"1\"=\"1"), QStringLiteral("x\" UNION SELECT 2 --"),
-              QStringLiteral("111\" --"), QStringLiteral("111\"; DELETE FROM Article; --"),
-              QStringLiteral("111\" COLLATE NOCASE"),
-              QStringLiteral("111\" AND a.on_handy_list == 0"), QStringLiteral("barcode"),
-              QStringLiteral("111") + QChar(0), QString(QChar(0xDC00)),
-              QString(100000, QLatin1Char('1'))}) {
+        for (const QString& text : QStringList{
+                 "x\" OR \"1\"=\"1", "x\" UNION SELECT 2 --", "111\" --",
+                 "111\"; DELETE FROM Article; --", "111\" COLLATE NOCASE",
+                 "111\" AND a.on_handy_list == 0", "barcode", QStringLiteral("111") + QChar(0),
+                 QString(QChar(0xDC00)), QString(100000, QLatin1Char('1'))}) {
             EXPECT_TRUE(firstColumn(head, text, plain).isEmpty()) << text.left(60).toStdString();
             EXPECT_TRUE(firstColumn(head, text, notHandy).isEmpty());
         }
