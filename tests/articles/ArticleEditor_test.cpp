@@ -29,7 +29,7 @@ protected:
         article.deptNo = 3;
         article.quantityPrecision = 2;
         article.unitNo = 1;
-        article.mainBarcode = QStringLiteral("5901234123457");
+        article.mainBarcode = "5901234123457";
         article.price = 1299;
         article.freePriceAllow = true;
         article.scaleNo = 2;
@@ -47,11 +47,11 @@ protected:
     QStringList column(const QString& name) {
         return Raw().Rows(QStringLiteral("SELECT %1 FROM Article ORDER BY id").arg(name));
     }
-    QStringList stored() { return column(QStringLiteral("*")); }
+    QStringList stored() { return column("*"); }
 
     // Stores one article per price, PLU 1, 2, ...; returns the prices after converting.
     QList<qint64> convert(const QList<qint64>& prices, const CurrencyExchangeRate& rate) {
-        Raw().Exec(QStringLiteral("DELETE FROM Article"));
+        Raw().Exec("DELETE FROM Article");
         unsigned int plu = 1;
         for (qint64 price : prices) {
             AddArticle(plu, QStringLiteral("A%1").arg(plu), QString(), price);
@@ -59,7 +59,7 @@ protected:
         }
         EXPECT_EQ(DB_OPERATION_SUCCESS, editor.ChangeAllArticlesPrices(rate));
         QList<qint64> converted;
-        for (const QString& price : column(QStringLiteral("price"))) {
+        for (const QString& price : column("price")) {
             converted.append(price.toLongLong());
         }
         return converted;
@@ -72,7 +72,7 @@ protected:
 }  // namespace
 
 TEST_F(ArticleEditorTest, AddedArticleReadsBackWithItsMainBarcodeNormalised) {
-    Article article = sample(100, QStringLiteral("Mleko 2% 1l"));
+    Article article = sample(100, "Mleko 2% 1l");
     const Article given = article;
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(article));
     EXPECT_EQ(given, article) << "the record passed in must not change";
@@ -83,23 +83,22 @@ TEST_F(ArticleEditorTest, AddedArticleReadsBackWithItsMainBarcodeNormalised) {
     EXPECT_EQ(article, found);
     EXPECT_TRUE(log->IsEmpty());
 
-    Article weighed = sample(1, QStringLiteral("Schab"));
-    weighed.mainBarcode = QStringLiteral("2312345012500");  // 1250 g of item 12345
+    Article weighed = sample(1, "Schab");
+    weighed.mainBarcode = "2312345012500";  // 1250 g of item 12345
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(weighed));
-    EXPECT_EQ(QStringLiteral("2312345012500"), weighed.mainBarcode);
-    Article noBarcode = sample(2, QStringLiteral("Bułka"));
+    EXPECT_EQ("2312345012500", weighed.mainBarcode);
+    Article noBarcode = sample(2, "Bułka");
     noBarcode.mainBarcode.clear();
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(noBarcode));
-    EXPECT_EQ(QStringList({"5901234123457", "2312345000002", ""}),
-              column(QStringLiteral("main_barcode")));
+    EXPECT_EQ(QStringList({"5901234123457", "2312345000002", ""}), column("main_barcode"));
     // Editing normalises the same way.
     ASSERT_EQ(0, seeker.FindPlu(2, found, false));
-    found.mainBarcode = QStringLiteral("2912345001001");
+    found.mainBarcode = "2912345001001";
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.EditRecord(found));
-    EXPECT_EQ(QStringLiteral("2912345000004"), column(QStringLiteral("main_barcode")).last());
+    EXPECT_EQ("2912345000004", column("main_barcode").last());
 
     // The widest values (a price is read as 32 bits unsigned) pass the 32-bit board unharmed.
-    Article widest = sample(4294967295u, QStringLiteral("Najszerszy"));
+    Article widest = sample(4294967295u, "Najszerszy");
     widest.linkPluNo = 4294967295u;
     widest.price = Q_INT64_C(4294967295);
     widest.mainBarcode.clear();
@@ -109,25 +108,10 @@ TEST_F(ArticleEditorTest, AddedArticleReadsBackWithItsMainBarcodeNormalised) {
     EXPECT_EQ(widest, found);
 }
 
-TEST_F(ArticleEditorTest, DuplicatesAreRefusedByTheDatabaseWithTheStoredRowIntact) {
-    add(7, QStringLiteral("Chleb"));
-    const QStringList before = stored();
-    Article samePlu = sample(7, QStringLiteral("Inny"));
-    EXPECT_EQ(DB_OPERATION_CONSTRAINT, editor.AddRecord(samePlu));
-    Article sameName = sample(8, QStringLiteral("Chleb"));
-    EXPECT_EQ(DB_OPERATION_CONSTRAINT, editor.AddRecord(sameName));
-    EXPECT_EQ(before, stored());
-    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              QStringLiteral("ArticleEditor: SQL error when try to insert article "
-                                             "to the database!")));
-    EXPECT_TRUE(editor.IsRecordExist(QStringLiteral("chleb")));
-    EXPECT_FALSE(editor.IsRecordExist(QStringLiteral("Chleby")));
-}
-
 TEST_F(ArticleEditorTest, EditAndDeleteTouchTheRowOfTheirIdOnly) {
-    Article found = add(1, QStringLiteral("A"));
-    add(2, QStringLiteral("B"), 1);
-    found.name = QStringLiteral("A nowe");
+    Article found = add(1, "A");
+    add(2, "B", 1);
+    found.name = "A nowe";
     found.price = 1;
     found.saleBlocked = true;
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.EditRecord(found));
@@ -135,52 +119,51 @@ TEST_F(ArticleEditorTest, EditAndDeleteTouchTheRowOfTheirIdOnly) {
     ASSERT_EQ(0, seeker.FindPlu(1, again, false));
     EXPECT_EQ(found, again);
     ASSERT_EQ(0, seeker.FindPlu(2, again, false));
-    EXPECT_EQ(QStringLiteral("B"), again.name);
+    EXPECT_EQ("B", again.name);
 
     // An id no row has: the database's answer, nothing inserted.
-    Article ghost = sample(3, QStringLiteral("Duch"));
+    Article ghost = sample(3, "Duch");
     ghost.id = 999;
     const QStringList before = stored();
     EXPECT_EQ(DB_OPERATION_NOT_FOUND, editor.EditRecord(ghost));
     EXPECT_EQ(before, stored());
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              QStringLiteral("ArticleEditor: SQL error when try to update article "
-                                             "to the database!")));
+                              "ArticleEditor: SQL error when try to update article "
+                              "to the database!"));
 
     // Deleting leaves its barcodes and the links to it.
-    AddBarcode(found.id, QStringLiteral("5901234123457"), true);
+    AddBarcode(found.id, "5901234123457", true);
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.DeleteRecord(found));
     EXPECT_EQ(3, seeker.FindPlu(1, found, false));
-    EXPECT_EQ(1, Raw().Count(QStringLiteral("ArticleBarcode")));
-    EXPECT_EQ(QStringList({"1"}), column(QStringLiteral("link_plu_no")));
+    EXPECT_EQ(1, Raw().Count("ArticleBarcode"));
+    EXPECT_EQ(QStringList({"1"}), column("link_plu_no"));
 }
 
 // Both change the rows they name and no other; link removal answers false on success.
 TEST_F(ArticleEditorTest, RemovingLinksAndSettingOnePriceTouchOnlyTheirRows) {
-    add(25, QStringLiteral("A"), 0);
-    add(2, QStringLiteral("B"), 25);
-    add(3, QStringLiteral("C"), 2);
+    add(25, "A", 0);
+    add(2, "B", 25);
+    add(3, "C", 2);
     EXPECT_FALSE(editor.RemoveAllLinksToGivenArticle(25));
-    EXPECT_EQ(QStringList({"0", "0", "2"}), column(QStringLiteral("link_plu_no")));
+    EXPECT_EQ(QStringList({"0", "0", "2"}), column("link_plu_no"));
     EXPECT_FALSE(editor.RemoveAllLinksToGivenArticle(0));
-    Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
+    Raw().FailOn("Article", "UPDATE");
     EXPECT_TRUE(editor.RemoveAllLinksToGivenArticle(2));
-    EXPECT_EQ(QStringList({"0", "0", "2"}), column(QStringLiteral("link_plu_no")));
+    EXPECT_EQ(QStringList({"0", "0", "2"}), column("link_plu_no"));
 
-    Raw().StopFailing(QStringLiteral("Article"), QStringLiteral("UPDATE"));
-    ASSERT_EQ(DB_OPERATION_SUCCESS,
-              editor.UpdateArticlePrice(25, PriceValue(QStringLiteral("3.50"))));
+    Raw().StopFailing("Article", "UPDATE");
+    ASSERT_EQ(DB_OPERATION_SUCCESS, editor.UpdateArticlePrice(25, PriceValue("3.50")));
     EXPECT_EQ(DB_OPERATION_SUCCESS, editor.UpdateArticlePrice(7, PriceValue(1)));
-    EXPECT_EQ(QStringList({"350", "1299", "1299"}), column(QStringLiteral("price")));
+    EXPECT_EQ(QStringList({"350", "1299", "1299"}), column("price"));
 }
 
 TEST_F(ArticleEditorTest, WriteFailuresReturnTheDatabaseResultAndTheirMessages) {
-    Article found = add(1, QStringLiteral("A"));
-    Raw().FailOn(QStringLiteral("Article"), QStringLiteral("INSERT"));
-    Raw().FailOn(QStringLiteral("Article"), QStringLiteral("UPDATE"));
-    Raw().FailOn(QStringLiteral("Article"), QStringLiteral("DELETE"));
+    Article found = add(1, "A");
+    for (const char* event : {"INSERT", "UPDATE", "DELETE"}) {
+        Raw().FailOn("Article", event);
+    }
     log->Clear();
-    Article b = sample(2, QStringLiteral("B"));
+    Article b = sample(2, "B");
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.AddRecord(b));
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.EditRecord(found));
     EXPECT_NE(DB_OPERATION_SUCCESS, editor.DeleteRecord(found));
@@ -191,28 +174,28 @@ TEST_F(ArticleEditorTest, WriteFailuresReturnTheDatabaseResultAndTheirMessages) 
           "ArticleEditor: SQL error when try to delete article from the database!",
           "ArticleEditor: SQL error when try to update price of chosen article in the "
           "database!"}) {
-        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, QString::fromUtf8(message))) << message;
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, message)) << message;
     }
-    EXPECT_EQ(1, Raw().Count(QStringLiteral("Article")));
+    EXPECT_EQ(1, Raw().Count("Article"));
 }
 
 TEST_F(ArticleEditorTest, UninitialisedEditorRefusesWithoutTouchingTheDatabase) {
     ArticleEditor fresh;
-    Article a = sample(1, QStringLiteral("A"));
+    Article a = sample(1, "A");
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(a));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.EditRecord(a));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.DeleteRecord(a));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.UpdateArticlePrice(5, PriceValue(1)));
-    EXPECT_FALSE(fresh.IsRecordExist(QStringLiteral("A")));
+    EXPECT_FALSE(fresh.IsRecordExist("A"));
     EXPECT_TRUE(editor.Uninitialize());
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, editor.AddRecord(a));
-    EXPECT_EQ(0, Raw().Count(QStringLiteral("Article")));
+    EXPECT_EQ(0, Raw().Count("Article"));
     EXPECT_TRUE(log->IsEmpty());
 
     EXPECT_FALSE(fresh.Initialize(nullptr, &seeker));
     EXPECT_FALSE(fresh.Initialize(articles.get(), nullptr));
     EXPECT_EQ(DB_OPERATION_NOT_INITIALIZED, fresh.AddRecord(a));
-    Raw().Exec(QStringLiteral("DROP TABLE Article"));
+    Raw().Exec("DROP TABLE Article");
     EXPECT_FALSE(fresh.Initialize(articles.get(), &seeker));
     EXPECT_EQ(
         QStringList({"ArticleEditor construction FAILED! Can not open articles DB!",
@@ -221,13 +204,14 @@ TEST_F(ArticleEditorTest, UninitialisedEditorRefusesWithoutTouchingTheDatabase) 
         log->Texts());
 }
 
-TEST_F(ArticleEditorTest, HostileNamesAreStoredAsTextAndChangeNothingElse) {
-    add(1, QStringLiteral("Chleb"));
+// Names are values whatever they hold; a PLU or name on file already is refused by the
+// database, the stored rows intact.
+TEST_F(ArticleEditorTest, HostileNamesAreStoredAsTextAndDuplicatesRefused) {
+    add(7, "Chleb");
     unsigned int plu = 10;
     for (const QString& name :
-         {QStringLiteral("\"; DROP TABLE Article; --"), QStringLiteral("O'Brien \"Best\" 100%"),
-          QStringLiteral("art_name"), QStringLiteral("_%_"), QString(10000, QLatin1Char('x')),
-          QStringLiteral("Żółć ęą \xF0\x9F\x8D\x9E")}) {
+         QStringList{"\"; DROP TABLE Article; --", "O'Brien \"Best\" 100%", "art_name", "_%_",
+                     QString(10000, QLatin1Char('x')), "Żółć ęą \xF0\x9F\x8D\x9E"}) {
         Article article = sample(plu++, name);
         article.mainBarcode = name.left(20);
         ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(article)) << name.left(40).toStdString();
@@ -235,14 +219,23 @@ TEST_F(ArticleEditorTest, HostileNamesAreStoredAsTextAndChangeNothingElse) {
         ASSERT_EQ(0, seeker.FindPlu(article.pluNo, found, false));
         EXPECT_EQ(name, found.name);
     }
-    EXPECT_EQ(QStringLiteral("Chleb"), column(QStringLiteral("art_name")).first());
-    EXPECT_EQ(7, Raw().Count(QStringLiteral("Article")));
+    const QStringList before = stored();
+    EXPECT_EQ(7, before.size());
+    EXPECT_TRUE(log->IsEmpty());
+    Article samePlu = sample(7, "Inny");
+    EXPECT_EQ(DB_OPERATION_CONSTRAINT, editor.AddRecord(samePlu));
+    Article sameName = sample(8, "Chleb");
+    EXPECT_EQ(DB_OPERATION_CONSTRAINT, editor.AddRecord(sameName));
+    EXPECT_EQ(before, stored());
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR, "ArticleEditor: SQL error when try to insert article to the database!"));
+    EXPECT_TRUE(editor.IsRecordExist("chleb"));
+    EXPECT_FALSE(editor.IsRecordExist("Chleby"));
 }
 
 TEST_F(ArticleEditorTest, PriceConversionRoundsHalvesUpAndCaps) {
     // 10.00 at 4.3210 is 2.314..., rounded to 2.31.
-    EXPECT_EQ(QList<qint64>({231}),
-              convert({1000}, CurrencyExchangeRate(QStringLiteral("4.3210"))));
+    EXPECT_EQ(QList<qint64>({231}), convert({1000}, CurrencyExchangeRate("4.3210")));
     EXPECT_EQ(QList<qint64>({0, 1, 999, 123456789}),
               convert({0, 1, 999, 123456789}, CurrencyExchangeRate(10000, 4)))
         << "a rate of 1 changes nothing";
@@ -251,43 +244,40 @@ TEST_F(ArticleEditorTest, PriceConversionRoundsHalvesUpAndCaps) {
     EXPECT_EQ(QList<qint64>({999999999, 999999999, 1000}),
               convert({1000000, 999999999, 1}, CurrencyExchangeRate(1, 3)))
         << "capped at 999999999";
-    EXPECT_EQ(QList<qint64>({33, 67}),
-              convert({100, 200}, CurrencyExchangeRate(QStringLiteral("3"))));
+    EXPECT_EQ(QList<qint64>({33, 67}), convert({100, 200}, CurrencyExchangeRate("3")));
     // Eight digits is the most that converts exactly.
-    EXPECT_EQ(QList<qint64>({200, 400}),
-              convert({100, 200}, CurrencyExchangeRate(QStringLiteral("0.50000000"))));
+    EXPECT_EQ(QList<qint64>({200, 400}), convert({100, 200}, CurrencyExchangeRate("0.50000000")));
 }
 
 TEST_F(ArticleEditorTest, PriceConversionIsAllOrNothing) {
-    AddArticle(1, QStringLiteral("A"), QString(), 100);
-    AddArticle(2, QStringLiteral("B"), QString(), 200);
+    AddArticle(1, "A", QString(), 100);
+    AddArticle(2, "B", QString(), 200);
     Raw().Exec(
-        QStringLiteral("CREATE TRIGGER no_big BEFORE UPDATE OF price ON Article "
-                       "WHEN NEW.price > 150 BEGIN SELECT RAISE(ABORT, 'injected'); END"));
-    EXPECT_EQ(DB_OPERATION_ERROR,
-              editor.ChangeAllArticlesPrices(CurrencyExchangeRate(QStringLiteral("0.5"))));
-    EXPECT_EQ(QStringList({"100", "200"}), column(QStringLiteral("price")));
+        "CREATE TRIGGER no_big BEFORE UPDATE OF price ON Article "
+        "WHEN NEW.price > 150 BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    EXPECT_EQ(DB_OPERATION_ERROR, editor.ChangeAllArticlesPrices(CurrencyExchangeRate("0.5")));
+    EXPECT_EQ(QStringList({"100", "200"}), column("price"));
     EXPECT_TRUE(log->Contains(
         Logger::LOG_ERROR,
-        QStringLiteral(
-            "ArticleEditor: SQL error when try to update prices of articles in the database!")));
+
+        "ArticleEditor: SQL error when try to update prices of articles in the database!"));
     // Rates that no statement may be built for: none, negative, or with so many digits that
     // 10^(d+1) does not fit the multiplier (it would rewrite every price by a wrong factor).
-    Raw().Exec(QStringLiteral("DROP TRIGGER no_big"));
+    Raw().Exec("DROP TRIGGER no_big");
     SqlRecorder sql(articles.get());
     for (const CurrencyExchangeRate& rate :
          {CurrencyExchangeRate(0, 2), CurrencyExchangeRate(-43210, 4),
-          CurrencyExchangeRate(QStringLiteral("1.000000000")), CurrencyExchangeRate(1, 12)}) {
+          CurrencyExchangeRate("1.000000000"), CurrencyExchangeRate(1, 12)}) {
         log->Clear();
         EXPECT_EQ(DB_OPERATION_ERROR, editor.ChangeAllArticlesPrices(rate))
             << rate.ToString().toStdString();
         EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                                  QStringLiteral("ArticleEditor: the exchange rate must be above 0 "
-                                                 "with at most 8 decimal places; no price was "
-                                                 "changed.")));
+                                  "ArticleEditor: the exchange rate must be above 0 "
+                                  "with at most 8 decimal places; no price was "
+                                  "changed."));
     }
     EXPECT_TRUE(sql.Texts().isEmpty());
-    EXPECT_EQ(QStringList({"100", "200"}), column(QStringLiteral("price")));
+    EXPECT_EQ(QStringList({"100", "200"}), column("price"));
 }
 
 TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAndTellsTheRegister) {
@@ -295,10 +285,10 @@ TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAnd
     G::getSignals->AddCallback(SignalSystem::SIGNAL_ALL_ARTICLES_REMOVED,
                                [&](int v) { calls.append(v); });
     auto seed = [this] {
-        AddBarcode(AddArticle(1, QStringLiteral("A")), QStringLiteral("111"), true);
-        Raw().Exec(QStringLiteral(
+        AddBarcode(AddArticle(1, "A"), "111", true);
+        Raw().Exec(
             "INSERT INTO NotepadHandyListCategory (id, cat_name) VALUES (1, 'Pieczywo');"
-            "INSERT INTO NotepadCategoryItem (category_id, plu_no) VALUES (1, 1)"));
+            "INSERT INTO NotepadCategoryItem (category_id, plu_no) VALUES (1, 1)");
     };
     const QStringList tables = {"Article", "ArticleBarcode", "NotepadCategoryItem",
                                 "NotepadHandyListCategory"};
@@ -312,27 +302,27 @@ TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAnd
     seed();
     RawSqlite receiptsRaw(ReceiptsPath());
     receiptsRaw.Exec(
-        QStringLiteral("INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "
-                       "VALUES (1, 1, 1, 1)"));
+        "INSERT INTO ReceiptLineEvent (receipt_no, line_no, article_id, plu_no) "
+        "VALUES (1, 1, 1, 1)");
     EXPECT_EQ(1, editor.RemoveAllArticles());
     EXPECT_EQ(QList<qint64>({1, 1, 1, 1}), counts());
     EXPECT_TRUE(calls.isEmpty());
     EXPECT_TRUE(log->IsEmpty());
 
-    receiptsRaw.Exec(QStringLiteral("DELETE FROM ReceiptLineEvent"));
-    Raw().FailOn(QStringLiteral("NotepadCategoryItem"), QStringLiteral("DELETE"));
+    receiptsRaw.Exec("DELETE FROM ReceiptLineEvent");
+    Raw().FailOn("NotepadCategoryItem", "DELETE");
     EXPECT_EQ(4, editor.RemoveAllArticles());
     EXPECT_EQ(QList<qint64>({0, 0, 1, 1}), counts());
     EXPECT_TRUE(calls.isEmpty());
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral(
-            "ArticleEditor::RemoveAllArticles(): Error while clearing database table.")));
+    EXPECT_TRUE(
+        log->Contains(Logger::LOG_ERROR,
 
-    Raw().StopFailing(QStringLiteral("NotepadCategoryItem"), QStringLiteral("DELETE"));
+                      "ArticleEditor::RemoveAllArticles(): Error while clearing database table."));
+
+    Raw().StopFailing("NotepadCategoryItem", "DELETE");
     Raw().Exec(
-        QStringLiteral("DELETE FROM NotepadCategoryItem; DELETE FROM "
-                       "NotepadHandyListCategory"));
+        "DELETE FROM NotepadCategoryItem; DELETE FROM "
+        "NotepadHandyListCategory");
     seed();
     EXPECT_EQ(0, editor.RemoveAllArticles());
     EXPECT_EQ(QList<qint64>({0, 0, 0, 0}), counts());
@@ -340,11 +330,11 @@ TEST_F(ArticleEditorTest, ClearingTheCatalogueWaitsForReceiptsStopsAtAFailureAnd
     EXPECT_EQ(0, editor.RemoveAllArticles()) << "empty tables clear fine";
     EXPECT_EQ(QList<int>({1, 1}), calls);
 
-    receiptsRaw.Exec(QStringLiteral("DROP TABLE ReceiptLineEvent"));
+    receiptsRaw.Exec("DROP TABLE ReceiptLineEvent");
     log->Clear();
     EXPECT_EQ(4, editor.RemoveAllArticles());
     EXPECT_TRUE(log->Contains(
         Logger::LOG_ERROR,
-        QStringLiteral(
-            "ArticleEditor::RemoveAllArticles(): Error while getting count of receipt lines")));
+
+        "ArticleEditor::RemoveAllArticles(): Error while getting count of receipt lines"));
 }

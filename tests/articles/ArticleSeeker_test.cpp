@@ -26,25 +26,22 @@ protected:
     // Stores an article with every column set to a distinct, non-default value and returns it.
     Article storeFullArticle() {
         Raw().Exec(
-            QStringLiteral("INSERT INTO Article (plu_no, art_name, tax_rate_no, dept_no, "
-                           "quantity_precision, unit_no, sale_bloc, main_barcode, price, is_pack, "
-                           "disc_sur_block, free_price_allow, on_handy_list, scale_no, "
-                           "link_plu_no) VALUES (4321, 'Kiełbasa śląska', 2, 17, 3, 2, 1, "
-                           "'2712345000008', 2599, 1, 1, 1, 1, 4, 77)"));
+            "INSERT INTO Article (plu_no, art_name, tax_rate_no, dept_no, quantity_precision, "
+            "unit_no, sale_bloc, main_barcode, price, is_pack, disc_sur_block, free_price_allow, "
+            "on_handy_list, scale_no, link_plu_no) VALUES (4321, 'Kiełbasa śląska', 2, 17, 3, 2, "
+            "1, '2712345000008', 2599, 1, 1, 1, 1, 4, 77)");
         Article article;
-        article.id =
-            static_cast<unsigned int>(Raw().Integer(QStringLiteral("SELECT MAX(id) FROM Article")));
+        article.id = static_cast<unsigned int>(Raw().Integer("SELECT MAX(id) FROM Article"));
         article.pluNo = 4321;
-        article.name = QStringLiteral("Kiełbasa śląska");
+        article.name = "Kiełbasa śląska";
         article.taxRateNo = 2;
         article.deptNo = 17;
         article.quantityPrecision = 3;
         article.unitNo = 2;
-        article.saleBlocked = true;
-        article.mainBarcode = QStringLiteral("2712345000008");
+        article.mainBarcode = "2712345000008";
         article.price = 2599;
-        article.isPack = article.discSurBlock = article.freePriceAllow = true;
-        article.onHandyList = true;
+        article.saleBlocked = article.isPack = article.discSurBlock = true;
+        article.freePriceAllow = article.onHandyList = true;
         article.scaleNo = 4;
         article.linkPluNo = 77;
         return article;
@@ -60,15 +57,8 @@ protected:
         return id;
     }
 
-    // PLUs 30, 10, 20, 50, 40 stored in that order; 20 and 40 on the handy list.
-    void fillCatalogue() {
-        for (unsigned int plu : {30u, 10u, 20u, 50u, 40u}) {
-            AddArticle(plu, QStringLiteral("Artykuł %1").arg(plu), QString(), plu * 10,
-                       plu == 20 || plu == 40);
-        }
-    }
-
-    static QStringList names(const QVector<Article>& found) {
+    template <typename List>
+    static QStringList names(const List& found) {
         QStringList out;
         for (const Article& article : found) {
             out.append(article.name);
@@ -82,8 +72,77 @@ protected:
         }
         return out;
     }
+    // "id plu name" of each brief.
+    static QStringList describe(const QList<ArticleBrief>& briefs) {
+        QStringList out;
+        for (const ArticleBrief& brief : briefs) {
+            out << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
+        }
+        return out;
+    }
+
+    // Every lookup of `on`, with the error it logs when the database fails it (none for the
+    // infix searches, which then answer 0 with an empty list). They write into the outputs
+    // below, which a failed lookup must leave as they are.
+    struct Lookup {
+        std::function<int()> run;
+        const char* error;
+    };
+    QList<Lookup> everyLookup(ArticleSeeker& on) {
+        return {
+            {[&] { return on.FindPlu(1, article, false); },
+             "Article Seeker: SQL error when try seek article by plu!"},
+            {[&] { return on.FindById(1, article, false); },
+             "Article Seeker: SQL error when try seek article by an ID!"},
+            {[&] { return on.FindBarcode("111"); },
+             "ArticleSeeker::FindBarcode(): SQL error when try to seek a barcode!"},
+            {[&] { return on.FindName("Chleb", article); },
+             "ArticleSeeker::FindName(): SQL error when try find an article by the name!"},
+            {[&] { return on.FindArticleByBarcode("111", article, false); },
+             "ArticleSeeker::FindArticleByBarcode(): Database execute select query error."},
+            {[&] { return on.FindNamePrefix("Ch", found, false); },
+             "Article Seeker: SQL error when try seek article by prefix name!"},
+            {[&] { return on.FindNamePrefix("Ch", foundNames, false); },
+             "Article Seeker: SQL error when try seek article by prefix name!"},
+            {[&] { return on.FindFirstArtclePlu(plu, false); },
+             "Article Seeker: SQL error when try to load first article plu"},
+            {[&] { return on.FindLastArticlePlu(plu, false); },
+             "Article Seeker: SQL error when try to load last article Plu"},
+            {[&] { return on.FindNextPlu(1, plu, false); },
+             "Article Seeker: SQL error when try seek next article plu"},
+            {[&] { return on.FindPrevPlu(1, plu, false); },
+             "Article Seeker: SQL error when try seek prev article plu"},
+            {[&] { return on.FindNextPlu(1, 0, page, false); },
+             "Article Seeker: SQL error when try to load article plus"},
+            {[&] { return on.CountPluInRange(1, 2, count, false); },
+             "Article Seeker: SQL error when try to count articles in plu range."},
+            {[&] { return on.FindPluInRange(1, 2, briefs, false); },
+             "Article Seeker: SQL error when try to load articles"},
+            {[&] { return on.FindFirstUnusedPlu(unused); },
+             "Article Seeker: SQL error when try seek article with min unusued plu!"},
+            {[&] { return on.FindNameInfix("Ch", found); }, nullptr},
+            {[&] { return on.FindByBarcodeInfix("11", found); }, nullptr},
+            {[&] { return on.FindByGivenInfixAndColumn("x", "no_column", found); }, nullptr},
+        };
+    }
+    void expectOutputsUntouched() {
+        EXPECT_EQ("before", article.name);
+        EXPECT_EQ(77u, plu);
+        EXPECT_EQ(1, page.size());
+        EXPECT_EQ(1, briefs.size());
+        EXPECT_EQ(1, foundNames.size());
+        EXPECT_TRUE(unused.isNull());
+    }
 
     ArticleSeeker seeker;
+    Article article;
+    unsigned int plu = 77;
+    unsigned int count = 5;
+    QList<Article> page{Article()};
+    QList<ArticleBrief> briefs{ArticleBrief()};
+    QVector<Article> found;
+    QVector<QString> foundNames{"before"};
+    QVariant unused;
 };
 
 }  // namespace
@@ -95,44 +154,44 @@ TEST_F(ArticleSeekerTest, SingleLookupsFillEveryColumnOrLeaveTheRecord) {
     Article byPlu, byId, byName;
     ASSERT_EQ(0, seeker.FindPlu(4321, byPlu, false));
     ASSERT_EQ(0, seeker.FindById(stored.id, byId, true));
-    ASSERT_EQ(0, seeker.FindName(QStringLiteral("KIEŁBASA ŚLĄSKA"), byName));
+    ASSERT_EQ(0, seeker.FindName("KIEŁBASA ŚLĄSKA", byName));
     for (const Article* read : {&byPlu, &byId, &byName}) {
         EXPECT_EQ(stored, *read);
-        EXPECT_EQ(QStringLiteral("kg"), read->unitName);
+        EXPECT_EQ("kg", read->unitName);
     }
 
-    AddArticle(5, QStringLiteral("Bułka"), QString(), 60, false);
+    AddArticle(5, "Bułka", QString(), 60, false);
     Article article = stored;
-    article.unitName = QStringLiteral("kept");
+    article.unitName = "kept";
     EXPECT_EQ(3, seeker.FindPlu(6, article, false));
     EXPECT_EQ(3, seeker.FindPlu(5, article, true));  // not on the handy list
     EXPECT_EQ(3, seeker.FindById(999, article, false));
-    EXPECT_EQ(3, seeker.FindName(QStringLiteral("Chleb"), article));
+    EXPECT_EQ(3, seeker.FindName("Chleb", article));
     EXPECT_EQ(stored, article);
-    EXPECT_EQ(QStringLiteral("kept"), article.unitName);
+    EXPECT_EQ("kept", article.unitName);
     EXPECT_TRUE(log->IsEmpty());
 
-    DBRow row(articles->GetTable(QStringLiteral("Article")));
-    row.AppendField(QStringLiteral("art_name"), QStringLiteral("Nowa"));
-    row.AppendField(QStringLiteral("price"), 1234);
-    row.AppendField(QStringLiteral("dept_no"), 300);  // truncated to 8 bits
-    row.AppendField(QStringLiteral("not_a_column"), 5);
+    DBRow row(articles->GetTable("Article"));
+    row.AppendField("art_name", "Nowa");
+    row.AppendField("price", 1234);
+    row.AppendField("dept_no", 300);  // truncated to 8 bits
+    row.AppendField("not_a_column", 5);
     seeker.BuildArticleFromDbData(&row, &byPlu);
-    EXPECT_EQ(QStringLiteral("Nowa"), byPlu.name);
+    EXPECT_EQ("Nowa", byPlu.name);
     EXPECT_EQ(1234, byPlu.price);
     EXPECT_EQ(44, byPlu.deptNo);
     EXPECT_EQ(4321u, byPlu.pluNo);
-    EXPECT_EQ(QStringLiteral("kg"), byPlu.unitName);
+    EXPECT_EQ("kg", byPlu.unitName);
     seeker.BuildArticleFromDbData(nullptr, &byPlu);  // tolerated
 
     // A unit not on file gives an empty name until it is added.
-    AddArticle(8, QStringLiteral("Woda"), QString(), 150, false, 42);
+    AddArticle(8, "Woda", QString(), 150, false, 42);
     ASSERT_EQ(0, seeker.FindPlu(8, article, false));
     EXPECT_EQ(42, article.unitNo);
     EXPECT_TRUE(article.unitName.isEmpty());
-    Raw().Exec(QStringLiteral("INSERT INTO Units VALUES (42, 'zgrz.')"));
+    Raw().Exec("INSERT INTO Units VALUES (42, 'zgrz.')");
     ASSERT_EQ(0, seeker.FindPlu(8, article, false));
-    EXPECT_EQ(QStringLiteral("zgrz."), article.unitName);
+    EXPECT_EQ("zgrz.", article.unitName);
 }
 
 // The lookups read their row in place; what another program may have stored (text in a number
@@ -159,12 +218,9 @@ TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
     for (unsigned int id = 1; id <= 4; ++id) {
         const QString code = QStringLiteral("590000000%1").arg(id);
         AddBarcode(id, code, false);
-        auto query = QSharedPointer<DBData>::create();
-        auto* key = new DBRow(articles->GetTable(QStringLiteral("Article")));
-        key->AppendField(QStringLiteral("id"), id);
-        query->AppendRow(key);
         QSharedPointer<DBData> loaded;
-        ASSERT_EQ(0, articles->Load(query, DBManager::LOAD_MODE_BY_KEY, loaded));
+        ASSERT_EQ(0, articles->Load(Rows(articles->GetTable("Article"), {{{"id", id}}}),
+                                    DBManager::LOAD_MODE_BY_KEY, loaded));
         ASSERT_EQ(1, loaded->RowCount());
         Article expected;
         seeker.BuildArticleFromDbData(loaded->GetRow(0), &expected);
@@ -184,142 +240,75 @@ TEST_F(ArticleSeekerTest, LookupsReadOddlyTypedRowsAsTheRowMappingDoes) {
         }
     }
     // The briefs of a range read the same values (a text PLU is above every number).
-    QList<ArticleBrief> briefs;
     ASSERT_EQ(0, seeker.FindPluInRange(0, 0xFFFFFFFFu, briefs, false));
-    QStringList read;
-    for (const ArticleBrief& brief : briefs) {
-        read << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
-    }
-    EXPECT_EQ(expectedBriefs, read);
+    EXPECT_EQ(expectedBriefs, describe(briefs));
 }
 
 TEST_F(ArticleSeekerTest, FindBarcodeCountsTheRowsAndFindNameMatchesLikeAsIs) {
-    AddBarcode(1, QStringLiteral("5900000000001"), true);
-    AddBarcode(1, QStringLiteral("5900000000002"), false);
-    AddBarcode(2, QStringLiteral("5900000000002"), true);
-    EXPECT_EQ(0, seeker.FindBarcode(QStringLiteral("5900000000001")));
-    EXPECT_EQ(8, seeker.FindBarcode(QStringLiteral("5900000000002")));
-    EXPECT_EQ(3, seeker.FindBarcode(QStringLiteral("5900000000003")));
+    AddBarcode(1, "5900000000001", true);
+    AddBarcode(1, "5900000000002", false);
+    AddBarcode(2, "5900000000002", true);
+    EXPECT_EQ(0, seeker.FindBarcode("5900000000001"));
+    EXPECT_EQ(8, seeker.FindBarcode("5900000000002"));
+    EXPECT_EQ(3, seeker.FindBarcode("5900000000003"));
     EXPECT_TRUE(log->IsEmpty());
 
-    AddArticle(1, QStringLiteral("Ser"));
-    AddArticle(2, QStringLiteral("price"));
-    Article article;
-    ASSERT_EQ(0, seeker.FindName(QStringLiteral("se_"), article));
-    EXPECT_EQ(QStringLiteral("Ser"), article.name);
+    AddArticle(1, "Ser");
+    AddArticle(2, "price");
+    ASSERT_EQ(0, seeker.FindName("se_", article));
+    EXPECT_EQ("Ser", article.name);
     // A name that reads like a column name matches only that text.
-    ASSERT_EQ(0, seeker.FindName(QStringLiteral("price"), article));
+    ASSERT_EQ(0, seeker.FindName("price", article));
     EXPECT_EQ(2u, article.pluNo);
 }
 
-TEST_F(ArticleSeekerTest, DatabaseErrorsReturn4WithTheirMessages) {
-    stock(1, QStringLiteral("Chleb"), QStringLiteral("111"));
-    Raw().Exec(QStringLiteral("DROP TABLE Article; DROP TABLE ArticleBarcode"));
-    Article article;
-    article.name = QStringLiteral("before");
-    unsigned int plu = 77;
-    unsigned int count = 5;
-    QList<Article> page{article};
-    QList<ArticleBrief> briefs{ArticleBrief()};
-    QVector<Article> found;
-    QVariant unused;
-    const QList<QPair<std::function<int()>, QString>> calls = {
-        {[&] { return seeker.FindPlu(1, article, false); },
-         "Article Seeker: SQL error when try seek article by plu!"},
-        {[&] { return seeker.FindById(1, article, false); },
-         "Article Seeker: SQL error when try seek article by an ID!"},
-        {[&] { return seeker.FindBarcode(QStringLiteral("1")); },
-         "ArticleSeeker::FindBarcode(): SQL error when try to seek a barcode!"},
-        {[&] { return seeker.FindName(QStringLiteral("Chleb"), article); },
-         "ArticleSeeker::FindName(): SQL error when try find an article by the name!"},
-        {[&] { return seeker.FindArticleByBarcode(QStringLiteral("111"), article, false); },
-         "ArticleSeeker::FindArticleByBarcode(): Database execute select query error."},
-        {[&] { return seeker.FindNamePrefix(QStringLiteral("Ch"), found, false); },
-         "Article Seeker: SQL error when try seek article by prefix name!"},
-        {[&] { return seeker.FindFirstArtclePlu(plu, false); },
-         "Article Seeker: SQL error when try to load first article plu"},
-        {[&] { return seeker.FindLastArticlePlu(plu, false); },
-         "Article Seeker: SQL error when try to load last article Plu"},
-        {[&] { return seeker.FindNextPlu(1, plu, false); },
-         "Article Seeker: SQL error when try seek next article plu"},
-        {[&] { return seeker.FindPrevPlu(1, plu, false); },
-         "Article Seeker: SQL error when try seek prev article plu"},
-        {[&] { return seeker.FindNextPlu(1, 0, page, false); },
-         "Article Seeker: SQL error when try to load article plus"},
-        {[&] { return seeker.CountPluInRange(1, 2, count, false); },
-         "Article Seeker: SQL error when try to count articles in plu range."},
-        {[&] { return seeker.FindPluInRange(1, 2, briefs, false); },
-         "Article Seeker: SQL error when try to load articles"},
-        {[&] { return seeker.FindFirstUnusedPlu(unused); },
-         "Article Seeker: SQL error when try seek article with min unusued plu!"},
-    };
-    for (const auto& call : calls) {
+TEST_F(ArticleSeekerTest, DatabaseErrorsReturn4WithTheirMessagesAndLeaveTheOutputs) {
+    stock(1, "Chleb", "111");
+    Raw().Exec("DROP TABLE Article; DROP TABLE ArticleBarcode");
+    article.name = "before";
+    for (const Lookup& lookup : everyLookup(seeker)) {
         log->Clear();
-        EXPECT_EQ(4, call.first()) << call.second.toStdString();
-        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, call.second)) << call.second.toStdString();
+        found.resize(1);
+        if (lookup.error) {
+            EXPECT_EQ(4, lookup.run()) << lookup.error;
+            EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, lookup.error)) << lookup.error;
+            continue;
+        }
+        // The infix searches answer success with an empty list; only the database layer reports.
+        EXPECT_EQ(0, lookup.run());
+        EXPECT_TRUE(found.isEmpty());
+        EXPECT_FALSE(log->Mentions("ArticleSeeker"));
+        EXPECT_FALSE(log->Mentions("Article Seeker"));
     }
-    EXPECT_EQ(QStringLiteral("before"), article.name);
-    EXPECT_EQ(77u, plu);
-    EXPECT_EQ(1, page.size());
-    EXPECT_EQ(1, briefs.size());
-
-    // The infix searches answer success with an empty list; only the database layer reports.
-    log->Clear();
-    found.resize(1);
-    EXPECT_EQ(0, seeker.FindNameInfix(QStringLiteral("Ch"), found));
-    EXPECT_TRUE(found.isEmpty());
-    found.resize(1);
-    EXPECT_EQ(0, seeker.FindByGivenInfixAndColumn(QStringLiteral("x"), QStringLiteral("no_column"),
-                                                  found));
-    EXPECT_TRUE(found.isEmpty());
-    EXPECT_FALSE(log->Mentions(QStringLiteral("ArticleSeeker")));
-    EXPECT_FALSE(log->Mentions(QStringLiteral("Article Seeker")));
+    expectOutputsUntouched();
 }
 
 TEST_F(ArticleSeekerTest, UninitialisedSeekerAnswers6WithoutAQueryAndInitializeNamesWhatIsMissing) {
     ArticleSeeker fresh;
     SqlRecorder sql(articles.get());
-    Article article;
-    unsigned int plu = 0;
-    unsigned int count = 5;
-    QList<Article> page{article};
-    QList<ArticleBrief> briefs{ArticleBrief()};
-    QVector<Article> found;
-    QVector<QString> names;
-    QVariant unused;
-    EXPECT_EQ(6, fresh.FindPlu(1, article, false));
-    EXPECT_EQ(6, fresh.FindById(1, article, false));
-    EXPECT_EQ(6, fresh.FindName(QStringLiteral("x"), article));
-    EXPECT_EQ(6, fresh.FindBarcode(QStringLiteral("1")));
-    EXPECT_EQ(6, fresh.FindArticleByBarcode(QStringLiteral("x"), article, false));
-    EXPECT_EQ(6, fresh.FindNextPlu(1, plu, false));
-    EXPECT_EQ(6, fresh.FindPrevPlu(1, plu, false));
-    EXPECT_EQ(6, fresh.FindNextPlu(1, 1, page, false));
-    EXPECT_EQ(6, fresh.CountPluInRange(1, 2, count, false));
-    EXPECT_EQ(5u, count);
-    EXPECT_EQ(6, fresh.FindPluInRange(1, 2, briefs, false));
-    EXPECT_EQ(6, fresh.FindFirstUnusedPlu(unused));
-    EXPECT_EQ(6, fresh.FindFirstArtclePlu(plu, false)) << "refused rather than a crash";
-    EXPECT_EQ(6, fresh.FindNameInfix(QStringLiteral("x"), found));
-    EXPECT_EQ(6, fresh.FindByBarcodeInfix(QStringLiteral("x"), found));
-    EXPECT_EQ(6, fresh.FindNamePrefix(QStringLiteral("x"), found, false));
-    EXPECT_EQ(6, fresh.FindNamePrefix(QStringLiteral("x"), names, false));
+    article.name = "before";
     EXPECT_TRUE(seeker.Uninitialize());
-    EXPECT_EQ(6, seeker.FindPlu(1, article, false));
-    EXPECT_EQ(6, seeker.FindName(QStringLiteral("x"), article));
+    for (ArticleSeeker* unready : {&fresh, &seeker}) {
+        const QList<Lookup> lookups = everyLookup(*unready);
+        for (int i = 0; i < lookups.size(); ++i) {
+            EXPECT_EQ(6, lookups[i].run()) << "lookup " << i << " refused rather than run";
+        }
+    }
+    expectOutputsUntouched();
+    EXPECT_EQ(5u, count);
     EXPECT_TRUE(sql.Texts().isEmpty());
     EXPECT_TRUE(log->IsEmpty());
 
     EXPECT_FALSE(fresh.Initialize(nullptr));
-    Raw().Exec(QStringLiteral("DROP TABLE ArticleBarcode"));
+    Raw().Exec("DROP TABLE ArticleBarcode");
     EXPECT_FALSE(fresh.Initialize(articles.get()));
-    Raw().Exec(QStringLiteral("DROP TABLE Article"));
+    Raw().Exec("DROP TABLE Article");
     EXPECT_FALSE(fresh.Initialize(articles.get()));
     for (const char* message :
          {"ArticleSeeker construction FAILED! Can not open articles DB!",
           "ArticleSeeker construction FAILED! Can not find article barcode table in DB!",
           "ArticleSeeker construction FAILED! Can not find article table in DB!"}) {
-        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, QString::fromUtf8(message))) << message;
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, message)) << message;
     }
     EXPECT_EQ(6, fresh.FindPlu(1, article, false));
 }
@@ -340,8 +329,7 @@ TEST_F(ArticleSeekerTest, ConcurrentLookupsAllSucceed) {
                 Article article;
                 Article named;
                 if (seeker.FindPlu(plu, article, false) != 0 || article.pluNo != plu ||
-                    article.unitName != QStringLiteral("szt.") ||
-                    seeker.FindBarcode(barcode(plu)) != 0 ||
+                    article.unitName != "szt." || seeker.FindBarcode(barcode(plu)) != 0 ||
                     seeker.FindName(QStringLiteral("Artykuł %1").arg(plu), named) != 0 ||
                     named.pluNo != plu) {
                     ++wrong;
@@ -356,16 +344,19 @@ TEST_F(ArticleSeekerTest, ConcurrentLookupsAllSucceed) {
 }
 
 TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
-    unsigned int plu = 99;
+    plu = 99;
     EXPECT_EQ(0, seeker.FindFirstArtclePlu(plu, false));
     EXPECT_EQ(0u, plu) << "an empty table gives PLU 0";
     EXPECT_EQ(0, seeker.FindLastArticlePlu(plu, true));
     EXPECT_EQ(0u, plu);
-    QVariant unused;
     ASSERT_EQ(0, seeker.FindFirstUnusedPlu(unused));
     EXPECT_EQ(1, unused.toInt());
 
-    fillCatalogue();
+    // PLUs 30, 10, 20, 50, 40 stored in that order; 20 and 40 on the handy list.
+    for (unsigned int stored : {30u, 10u, 20u, 50u, 40u}) {
+        AddArticle(stored, QStringLiteral("Artykuł %1").arg(stored), QString(), stored * 10,
+                   stored == 20 || stored == 40);
+    }
     EXPECT_EQ(0, seeker.FindFirstArtclePlu(plu, true));
     EXPECT_EQ(10u, plu) << "the handy-list flag is not used";
     EXPECT_EQ(0, seeker.FindLastArticlePlu(plu, false));
@@ -381,11 +372,10 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
     EXPECT_EQ(3, seeker.FindPrevPlu(10, plu, false));
     EXPECT_EQ(77u, plu);
 
-    QList<Article> page;
     ASSERT_EQ(0, seeker.FindNextPlu(20, 2, page, false));
     EXPECT_EQ(QStringList({"20", "30"}), plus(page));
     EXPECT_EQ(200, page.first().price);
-    EXPECT_EQ(QStringLiteral("szt."), page.first().unitName);
+    EXPECT_EQ("szt.", page.first().unitName);
     ASSERT_EQ(0, seeker.FindNextPlu(11, 0, page, false));
     EXPECT_EQ(QStringList({"20", "30", "40", "50"}), plus(page)) << "count 0 means no limit";
     ASSERT_EQ(0, seeker.FindNextPlu(0, 0, page, true));
@@ -393,7 +383,7 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
     EXPECT_EQ(3, seeker.FindNextPlu(51, 10, page, false));
     EXPECT_TRUE(page.isEmpty());
 
-    unsigned int count = 99;
+    count = 99;
     EXPECT_EQ(0, seeker.CountPluInRange(10, 30, count, false));
     EXPECT_EQ(3u, count);
     EXPECT_EQ(0, seeker.CountPluInRange(10, 50, count, true));
@@ -401,20 +391,13 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
     EXPECT_EQ(7, seeker.CountPluInRange(10, 5, count, false));
     EXPECT_EQ(0u, count);
     // Briefs come by PLU whatever order the rows are stored in.
-    QList<ArticleBrief> briefs;
-    auto read = [&briefs] {
-        QStringList out;
-        for (const ArticleBrief& brief : briefs) {
-            out << QStringLiteral("%1 %2 %3").arg(brief.id).arg(brief.pluNo).arg(brief.name);
-        }
-        return out;
-    };
     ASSERT_EQ(0, seeker.FindPluInRange(0, 100, briefs, false));
     EXPECT_EQ(QStringList({"2 10 Artykuł 10", "3 20 Artykuł 20", "1 30 Artykuł 30",
                            "5 40 Artykuł 40", "4 50 Artykuł 50"}),
-              read());
+              describe(briefs));
     ASSERT_EQ(0, seeker.FindPluInRange(15, 45, briefs, false));
-    EXPECT_EQ(QStringList({"3 20 Artykuł 20", "1 30 Artykuł 30", "5 40 Artykuł 40"}), read());
+    EXPECT_EQ(QStringList({"3 20 Artykuł 20", "1 30 Artykuł 30", "5 40 Artykuł 40"}),
+              describe(briefs));
     ASSERT_EQ(0, seeker.FindPluInRange(0, 100, briefs, true));
     EXPECT_EQ(2, briefs.size());
     EXPECT_EQ(3, seeker.FindPluInRange(10, 5, briefs, false));
@@ -431,38 +414,36 @@ TEST_F(ArticleSeekerTest, NavigatesACatalogueWithGapsInItsPlus) {
 }
 
 TEST_F(ArticleSeekerTest, ScannedCodesFindTheirArticleOrSayWhyNot) {
-    stock(1, QStringLiteral("Chleb"), QStringLiteral("5901234123457"));
-    const qint64 ham = stock(2, QStringLiteral("Szynka"), QStringLiteral("2312345000002"), true);
-    AddBarcode(ham, QStringLiteral("4006381333931"), false);
-    Article article;
-    article.reservedText2 = QStringLiteral("the application's");
-    ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("5901234123457"), article, false));
+    stock(1, "Chleb", "5901234123457");
+    const qint64 ham = stock(2, "Szynka", "2312345000002", true);
+    AddBarcode(ham, "4006381333931", false);
+    article.reservedText2 = "the application's";
+    ASSERT_EQ(0, seeker.FindArticleByBarcode("5901234123457", article, false));
     EXPECT_EQ(1u, article.pluNo);
-    EXPECT_EQ(QStringLiteral("szt."), article.unitName);
-    EXPECT_EQ(QStringLiteral("the application's"), article.reservedText2) << "never filled";
-    ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("4006381333931"), article, true));
+    EXPECT_EQ("szt.", article.unitName);
+    EXPECT_EQ("the application's", article.reservedText2) << "never filled";
+    ASSERT_EQ(0, seeker.FindArticleByBarcode("4006381333931", article, true));
     EXPECT_EQ(2u, article.pluNo) << "additional barcodes are scanned too";
     // A scale label: 1250 g of item 12345.
     Article weighed;
-    ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("2312345012500"), weighed, false));
+    ASSERT_EQ(0, seeker.FindArticleByBarcode("2312345012500", weighed, false));
     EXPECT_EQ(article, weighed);
     EXPECT_EQ(article.unitName, weighed.unitName);
 
-    AddBarcode(AddArticle(3, QStringLiteral("Bułka")), QStringLiteral("5901234123457"), false);
-    article.name = QStringLiteral("before");
-    EXPECT_EQ(8, seeker.FindArticleByBarcode(QStringLiteral("5901234123457"), article, false));
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR,
-        QStringLiteral("ArticleSeeker::FindArticleByBarcode() Error: there is "
-                       "more than one article in database which has the same barcode.")));
-    EXPECT_EQ(3, seeker.FindArticleByBarcode(QStringLiteral("5901234123457"), article, true));
-    EXPECT_EQ(3, seeker.FindArticleByBarcode(QStringLiteral("price"), article, false));
-    EXPECT_EQ(QStringLiteral("before"), article.name);
+    AddBarcode(AddArticle(3, "Bułka"), "5901234123457", false);
+    article.name = "before";
+    EXPECT_EQ(8, seeker.FindArticleByBarcode("5901234123457", article, false));
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              "ArticleSeeker::FindArticleByBarcode() Error: there is more than "
+                              "one article in database which has the same barcode."));
+    EXPECT_EQ(3, seeker.FindArticleByBarcode("5901234123457", article, true));
+    EXPECT_EQ(3, seeker.FindArticleByBarcode("price", article, false));
+    EXPECT_EQ("before", article.name);
 }
 
 TEST_F(ArticleSeekerTest, PastedTextIsOnlyEverAValue) {
-    stock(1, QStringLiteral("Chleb"), QStringLiteral("5901234123457"));
-    stock(2, QStringLiteral("Szynka"), QStringLiteral("2312345000002"), true);
+    stock(1, "Chleb", "5901234123457");
+    stock(2, "Szynka", "2312345000002", true);
     ArticleEditor editor;
     ArticleBarcodeManager barcodes;
     BarcodePrefixDBManager prefixes;
@@ -470,9 +451,8 @@ TEST_F(ArticleSeekerTest, PastedTextIsOnlyEverAValue) {
     ASSERT_TRUE(barcodes.Initialize(articles.get(), &seeker));
     ASSERT_TRUE(prefixes.Initialize(articles.get()));
     auto stored = [this] {
-        return Raw().Rows(QStringLiteral("SELECT * FROM Article")) +
-               Raw().Rows(QStringLiteral("SELECT * FROM ArticleBarcode")) +
-               Raw().Rows(QStringLiteral("SELECT * FROM SpecialBarcodePrefixes"));
+        return Raw().Rows("SELECT * FROM Article") + Raw().Rows("SELECT * FROM ArticleBarcode") +
+               Raw().Rows("SELECT * FROM SpecialBarcodePrefixes");
     };
     const QStringList before = stored();
     // What a tampered scale label, a scanner or a keyboard can send: each is compared whole,
@@ -496,12 +476,11 @@ TEST_F(ArticleSeekerTest, PastedTextIsOnlyEverAValue) {
     };
     for (const QString& text : hostile) {
         const std::string shown = text.left(60).toStdString();
-        Article article;
-        article.name = QStringLiteral("untouched");
+        article.name = "untouched";
         EXPECT_EQ(3, seeker.FindArticleByBarcode(text, article, false)) << shown;
         EXPECT_EQ(3, seeker.FindArticleByBarcode(text, article, true)) << shown;
         EXPECT_EQ(3, seeker.FindName(text, article)) << shown;
-        EXPECT_EQ(QStringLiteral("untouched"), article.name);
+        EXPECT_EQ("untouched", article.name);
         EXPECT_FALSE(editor.IsRecordExist(text)) << shown;
         auto type = SPECIAL_BARCODE_PRICE;
         EXPECT_TRUE(prefixes.CheckSpecialBarcodeSubjectType(text, type)) << shown;
@@ -512,54 +491,50 @@ TEST_F(ArticleSeekerTest, PastedTextIsOnlyEverAValue) {
     // Real names and codes that hold a double quote are found like any other.
     Article tv;
     tv.pluNo = 3;
-    tv.name = QStringLiteral("TV 32\"");
+    tv.name = "TV 32\"";
     ASSERT_EQ(DB_OPERATION_SUCCESS, editor.AddRecord(tv));
-    Article found;
-    ASSERT_EQ(0, seeker.FindName(QStringLiteral("TV 32\""), found));
-    EXPECT_EQ(3u, found.pluNo);
-    EXPECT_TRUE(editor.IsRecordExist(QStringLiteral("TV 32\"")));
-    ASSERT_EQ(DB_OPERATION_SUCCESS, barcodes.AddRecord(found.id, QStringLiteral("AB\"CD"), false));
+    ASSERT_EQ(0, seeker.FindName("TV 32\"", article));
+    EXPECT_EQ(3u, article.pluNo);
+    EXPECT_TRUE(editor.IsRecordExist("TV 32\""));
+    ASSERT_EQ(DB_OPERATION_SUCCESS, barcodes.AddRecord(article.id, "AB\"CD", false));
     Article scanned;
-    ASSERT_EQ(0, seeker.FindArticleByBarcode(QStringLiteral("AB\"CD"), scanned, false));
+    ASSERT_EQ(0, seeker.FindArticleByBarcode("AB\"CD", scanned, false));
     EXPECT_EQ(3u, scanned.pluNo);
 }
 
 TEST_F(ArticleSeekerTest, NamePrefixIgnoresCaseInEveryLetter) {
-    stock(1, QStringLiteral("Żółty ser"), QString());
-    stock(2, QStringLiteral("ŻÓŁTE jabłka"), QString(), true);
-    stock(3, QStringLiteral("Chleb 100%"), QString());
-    stock(4, QStringLiteral("Chleb 1000"), QString());
-    QVector<Article> found;
-    ASSERT_EQ(0, seeker.FindNamePrefix(QStringLiteral("żół"), found, false));
+    stock(1, "Żółty ser", QString());
+    stock(2, "ŻÓŁTE jabłka", QString(), true);
+    stock(3, "Chleb 100%", QString());
+    stock(4, "Chleb 1000", QString());
+    ASSERT_EQ(0, seeker.FindNamePrefix("żół", found, false));
     EXPECT_EQ(QStringList({"ŻÓŁTE jabłka", "Żółty ser"}), names(found)) << "by name (binary order)";
-    QVector<QString> handy;
-    ASSERT_EQ(0, seeker.FindNamePrefix(QStringLiteral("ŻÓŁ"), handy, true));
-    EXPECT_EQ(QVector<QString>({"ŻÓŁTE jabłka"}), handy);
+    ASSERT_EQ(0, seeker.FindNamePrefix("ŻÓŁ", foundNames, true));
+    EXPECT_EQ(QVector<QString>({"before", "ŻÓŁTE jabłka"}), foundNames) << "appended";
     found.clear();
-    ASSERT_EQ(0, seeker.FindNamePrefix(QStringLiteral("chleb 100%"), found, false));
+    ASSERT_EQ(0, seeker.FindNamePrefix("chleb 100%", found, false));
     EXPECT_EQ(QStringList({"Chleb 100%"}), names(found)) << "% is a character of the prefix";
-    EXPECT_EQ(3, seeker.FindNamePrefix(QStringLiteral("Masło"), found, false));
-    EXPECT_EQ(3, seeker.FindNamePrefix(QStringLiteral("Chleb"), found, true));
+    EXPECT_EQ(3, seeker.FindNamePrefix("Masło", found, false));
+    EXPECT_EQ(3, seeker.FindNamePrefix("Chleb", found, true));
 }
 
 TEST_F(ArticleSeekerTest, InfixListsPrefixMatchesFirstEachArticleOnce) {
-    stock(1, QStringLiteral("Twarożek"), QStringLiteral("5900000000011"));
-    stock(2, QStringLiteral("Ser żółty"), QStringLiteral("5900000000028"));
-    stock(3, QStringLiteral("Mozzarella ser"), QStringLiteral("5900000000035"));
-    stock(4, QStringLiteral("ser biały"), QStringLiteral("2900000000000"));
-    stock(5, QStringLiteral("Serek wiejski"), QStringLiteral("5900000000042"));
-    QVector<Article> found;
-    ASSERT_EQ(0, seeker.FindNameInfix(QStringLiteral("SER"), found));
+    stock(1, "Twarożek", "5900000000011");
+    stock(2, "Ser żółty", "5900000000028");
+    stock(3, "Mozzarella ser", "5900000000035");
+    stock(4, "ser biały", "2900000000000");
+    stock(5, "Serek wiejski", "5900000000042");
+    ASSERT_EQ(0, seeker.FindNameInfix("SER", found));
     EXPECT_EQ(QStringList({"ser biały", "Ser żółty", "Serek wiejski", "Mozzarella ser"}),
               names(found));
-    ASSERT_EQ(0, seeker.FindNameInfix(QStringLiteral("żółty"), found));
+    ASSERT_EQ(0, seeker.FindNameInfix("żółty", found));
     EXPECT_EQ(QStringList({"Ser żółty"}), names(found));
-    ASSERT_EQ(0, seeker.FindByBarcodeInfix(QStringLiteral("000000"), found));
+    ASSERT_EQ(0, seeker.FindByBarcodeInfix("000000", found));
     EXPECT_EQ(
         QStringList({"ser biały", "Twarożek", "Ser żółty", "Mozzarella ser", "Serek wiejski"}),
         names(found));
     found.append(Article());
-    ASSERT_EQ(0, seeker.FindNameInfix(QStringLiteral("kiełbasa"), found));
+    ASSERT_EQ(0, seeker.FindNameInfix("kiełbasa", found));
     EXPECT_TRUE(found.isEmpty()) << "nothing found is success with an empty list";
 }
 
@@ -568,11 +543,10 @@ TEST_F(ArticleSeekerTest, InfixListsAtMostAHundredOfEachKind) {
         AddArticle(1000 + i, QStringLiteral("Ser %1").arg(i, 3, 10, QLatin1Char('0')));
         AddArticle(2000 + i, QStringLiteral("Mały ser %1").arg(i, 3, 10, QLatin1Char('0')));
     }
-    QVector<Article> found;
-    ASSERT_EQ(0, seeker.FindNameInfix(QStringLiteral("ser"), found));
+    ASSERT_EQ(0, seeker.FindNameInfix("ser", found));
     ASSERT_EQ(200, found.size());
-    EXPECT_EQ(QStringLiteral("Ser 000"), found[0].name);
-    EXPECT_EQ(QStringLiteral("Ser 099"), found[99].name);
-    EXPECT_EQ(QStringLiteral("Mały ser 000"), found[100].name);
-    EXPECT_EQ(QStringLiteral("Mały ser 099"), found[199].name);
+    EXPECT_EQ("Ser 000", found[0].name);
+    EXPECT_EQ("Ser 099", found[99].name);
+    EXPECT_EQ("Mały ser 000", found[100].name);
+    EXPECT_EQ("Mały ser 099", found[199].name);
 }
