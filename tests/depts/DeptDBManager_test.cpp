@@ -103,26 +103,42 @@ TEST_F(DeptDBManagerTest, AddOrUpdateWritesReloadsAndSignalsOnce) {
     EXPECT_EQ(QList<int>({12, 1}), signalled);
 }
 
-TEST_F(DeptDBManagerTest, FailedWritesAndReloadsSignalNothing) {
-    DeptDBManager fresh;
+// Refused without a database or G::dbArticles (the firmware rules need it), failed resets and
+// writes reported, and nothing signalled that did not change.
+TEST_F(DeptDBManagerTest, FailuresAreReportedAndSignalNothing) {
+    DeptDBManager other;
+    DeptFirmwareInitializer firmware;
     auto dept = QSharedPointer<const Dept>::create(3, "X", 1, 1, false, false);
-    EXPECT_EQ(6, fresh.AddOrUpdateRecord(dept));
+    EXPECT_EQ(6, other.AddOrUpdateRecord(dept));
+    EXPECT_FALSE(other.Initialize(nullptr));
+    G::dbArticles = nullptr;
+    EXPECT_FALSE(other.Initialize(articles.get()));
+    EXPECT_FALSE(firmware.Initialize());
+    EXPECT_FALSE(firmware.SetFirmwareDeptNamesInDatabase());  // refused, not a crash
+    G::dbArticles = articles.get();
+    EXPECT_TRUE(firmware.Initialize());
 
-    ASSERT_TRUE(manager.ResetTable());
+    Raw().Exec("INSERT INTO Dept (dept_id) VALUES (1)");
+    Raw().FailOn("Dept", "DELETE");
+    EXPECT_FALSE(manager.ResetTable());
+    EXPECT_EQ(1, Raw().Count("Dept"));
+    Raw().StopFailing("Dept", "DELETE");
     Raw().FailOn("Dept", "INSERT");
-    log->Clear();
+    EXPECT_FALSE(manager.ResetTable());
     EXPECT_EQ(4, manager.AddOrUpdateRecord(dept));
-    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              "DeptsDBManager: SQL error when try to insert dept to database!"));
-    EXPECT_TRUE(signalled.isEmpty());
-    EXPECT_EQ("", Raw().Text("SELECT dept_name FROM Dept WHERE dept_id = 3"));
+    EXPECT_EQ(0, Raw().Count("Dept"));
+    for (const char* message :
+         {"DeptDBManager::ResetTable(): error while clearing table.",
+          "DeptDBManager::ResetTable(): error while inserting default values.",
+          "DeptsDBManager: SQL error when try to insert dept to database!"}) {
+        EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, message)) << message;
+    }
     // The insert works but leaves nothing to reload.
     Raw().StopFailing("Dept", "INSERT");
-    Raw().Exec("DELETE FROM Dept");
     Raw().Exec("CREATE TRIGGER wipe AFTER INSERT ON Dept BEGIN DELETE FROM Dept; END");
     EXPECT_EQ(3, manager.AddOrUpdateRecord(dept));
-    EXPECT_TRUE(signalled.isEmpty());
     EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, "DeptDBManager: Dept table is empty!"));
+    EXPECT_TRUE(signalled.isEmpty());
 }
 
 TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTablesAndCachesByPosition) {
@@ -138,19 +154,12 @@ TEST_F(DeptDBManagerTest, LoadingReportsEmptyAndBrokenTablesAndCachesByPosition)
     EXPECT_EQ(7u, manager.GetDept(2)->GetId());
     EXPECT_EQ("seven", manager.GetDept(2)->GetName());
     EXPECT_FALSE(manager.GetDept(3));
-    Raw().Exec("DROP TABLE Dept");
-    EXPECT_EQ(4, manager.getRecordsFromDB());
-    EXPECT_TRUE(manager.GetDepts().isEmpty());
-    EXPECT_TRUE(
-        log->Contains(Logger::LOG_ERROR, "DeptDBManager: SQL error when try to load depts data!"));
-}
-
-TEST_F(DeptDBManagerTest, ExtractDeptKeepsDefaultsForMissingColumns) {
+    // A row without some columns keeps their defaults; field names are case-sensitive.
     DBRow row(articles->GetTable("Dept"));
     row.AppendField("dept_id", 4);
     row.AppendField("dept_name", "Napoje");
     row.AppendField("is_order_printer", 1);
-    row.AppendField("DEPT_NAME", "ignored: names are case-sensitive");
+    row.AppendField("DEPT_NAME", "ignored");
     const QSharedPointer<const Dept> dept = manager.extractDept(&row);
     EXPECT_EQ(4u, dept->GetId());
     EXPECT_EQ("Napoje", dept->GetName());
@@ -158,90 +167,58 @@ TEST_F(DeptDBManagerTest, ExtractDeptKeepsDefaultsForMissingColumns) {
     EXPECT_EQ(10000, dept->GetMaxSurcharge().GetNumberValue());
     EXPECT_FALSE(dept->isDiscountBlocked);
     EXPECT_TRUE(dept->isOrderPrinter);
-}
 
-TEST_F(DeptDBManagerTest, ResetFailuresAreReported) {
-    Raw().Exec("INSERT INTO Dept (dept_id) VALUES (1)");
-    Raw().FailOn("Dept", "DELETE");
-    EXPECT_FALSE(manager.ResetTable());
-    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              "DeptDBManager::ResetTable(): error while clearing table."));
-    Raw().StopFailing("Dept", "DELETE");
-    Raw().FailOn("Dept", "INSERT");
-    EXPECT_FALSE(manager.ResetTable());
-    EXPECT_TRUE(log->Contains(
-        Logger::LOG_ERROR, "DeptDBManager::ResetTable(): error while inserting default values."));
-    EXPECT_EQ(0, Raw().Count("Dept"));
-}
-
-TEST_F(DeptDBManagerTest, InitializeNeedsTheArticleDatabaseAndItsTable) {
-    DeptDBManager other;
-    DeptFirmwareInitializer firmware;
-    G::dbArticles = nullptr;
-    EXPECT_FALSE(other.Initialize(articles.get())) << "the firmware rules need G::dbArticles";
-    EXPECT_FALSE(firmware.Initialize());
-    EXPECT_FALSE(firmware.SetFirmwareDeptNamesInDatabase());  // refused, not a crash
-    G::dbArticles = articles.get();
-    EXPECT_TRUE(firmware.Initialize());
     Raw().Exec("DROP TABLE Dept");
-    EXPECT_FALSE(other.Initialize(articles.get()));
-    EXPECT_FALSE(other.Initialize(nullptr));
+    EXPECT_EQ(4, manager.getRecordsFromDB());
+    EXPECT_TRUE(manager.GetDepts().isEmpty());
+    EXPECT_TRUE(
+        log->Contains(Logger::LOG_ERROR, "DeptDBManager: SQL error when try to load depts data!"));
+    EXPECT_FALSE(DeptDBManager().Initialize(articles.get())) << "without its table";
 }
 
 TEST_F(DeptDBManagerTest, AFailedFirmwareStatementStopsItsOperation) {
     ASSERT_TRUE(manager.ResetTable());
     DeptFirmwareInitializer* firmware = manager.GetDeptFirmwareInitializer();
-    const QString orderPrinterMessage =
-        "DeptDBManager::setFirmwareOrderPrinterFlagsInDatabase Error: while updating data in "
-        "database.";
+    // Makes every update of `column` (that `when` admits) fail, and no other.
+    auto refuse = [this](const char* column, const char* when) {
+        Raw().Exec("DROP TRIGGER IF EXISTS refuse");
+        Raw().Exec(QStringLiteral("CREATE TRIGGER refuse BEFORE UPDATE OF %1 ON Dept %2 "
+                                  "BEGIN SELECT RAISE(ABORT, 'injected'); END")
+                       .arg(column, when));
+    };
     // The first order-printer statement fails: every flag stays as it was.
-    Raw().Exec(
-        "CREATE TRIGGER no_clear BEFORE UPDATE OF is_order_printer ON Dept "
-        "WHEN NEW.is_order_printer = 0 BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    refuse("is_order_printer", "WHEN NEW.is_order_printer = 0");
     const QStringList before = column("is_order_printer");
     EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
     EXPECT_EQ(before, column("is_order_printer"));
-    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR, orderPrinterMessage));
-    Raw().Exec("DROP TRIGGER no_clear");
-
+    EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
+                              "DeptDBManager::setFirmwareOrderPrinterFlagsInDatabase Error: while "
+                              "updating data in database."));
     // The second fails: the flags were cleared and stay cleared.
-    Raw().Exec(
-        "CREATE TRIGGER no_set BEFORE UPDATE OF is_order_printer ON Dept "
-        "WHEN NEW.is_order_printer = 1 BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    refuse("is_order_printer", "WHEN NEW.is_order_printer = 1");
     EXPECT_FALSE(firmware->setFirmwareOrderPrinterFlagsInDatabase());
     EXPECT_EQ(0, Raw().Integer("SELECT SUM(is_order_printer) FROM Dept"));
     EXPECT_FALSE(firmware->SetFirmwareFlags());
-    Raw().Exec("DROP TRIGGER no_set");
 
     // A failed discount maximum skips the surcharge maximum.
     Raw().Exec("UPDATE Dept SET max_discount = 1, max_surcharge = 1");
-    Raw().Exec(
-        "CREATE TRIGGER no_max BEFORE UPDATE OF max_discount ON Dept "
-        "BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    refuse("max_discount", "");
     log->Clear();
     EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
     EXPECT_EQ(1, Raw().Integer("SELECT MAX(max_surcharge) FROM Dept"));
-    EXPECT_TRUE(
-        log->Contains(Logger::LOG_ERROR,
-                      "DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
-                      "while updating discounts in database."));
-    Raw().Exec("DROP TRIGGER no_max");
-    Raw().Exec(
-        "CREATE TRIGGER no_max BEFORE UPDATE OF max_surcharge ON Dept "
-        "BEGIN SELECT RAISE(ABORT, 'injected'); END");
+    refuse("max_surcharge", "");
     EXPECT_FALSE(firmware->setFirmwareDiscountAndSurchargeValuesInDatabase());
-    EXPECT_TRUE(
-        log->Contains(Logger::LOG_ERROR,
-                      "DeptDBManager::setFirmwareDiscountAndSurchargeValuesInDatabase Error: "
-                      "while updating surcharges in database."));
-
     Raw().FailOn("Dept", "UPDATE");
-    log->Clear();
     EXPECT_FALSE(firmware->setFirmwareBlockDiscountFlagsInDatabase());
     EXPECT_FALSE(firmware->SetFirmwareDeptNamesInDatabase());
-    EXPECT_EQ(QStringList({"DeptDBManager::setFirmwareBlockDiscountFlagsInDatabase Error: while "
-                           "updating data in database.",
-                           "DeptDBManager::SetFirmwareDeptNamesInDatabase Error: while updating "
-                           "data in database."}),
-              log->Texts().filter("DeptDBManager::"));
+    const QString prefix = "DeptDBManager::";
+    EXPECT_EQ(QStringList({prefix + "setFirmwareDiscountAndSurchargeValuesInDatabase Error: while "
+                                    "updating discounts in database.",
+                           prefix + "setFirmwareDiscountAndSurchargeValuesInDatabase Error: while "
+                                    "updating surcharges in database.",
+                           prefix + "setFirmwareBlockDiscountFlagsInDatabase Error: while "
+                                    "updating data in database.",
+                           prefix + "SetFirmwareDeptNamesInDatabase Error: while updating data in "
+                                    "database."}),
+              log->Texts().filter(prefix));
 }
