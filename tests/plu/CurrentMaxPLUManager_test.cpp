@@ -6,7 +6,7 @@
 
 using CurrentMaxPLUManagerTest = DatabaseFixture;
 
-TEST_F(CurrentMaxPLUManagerTest, CountsTheDigitsOfTheLargestPlu) {
+TEST_F(CurrentMaxPLUManagerTest, CountsTheDigitsOfTheLargestPluAndKeepsThemOnFailure) {
     CurrentMaxPLUManager manager;
     ASSERT_TRUE(manager.Initialize(articles.get()));
     EXPECT_EQ(0, manager.GetDigitsCountOfMaxPlu());
@@ -22,13 +22,7 @@ TEST_F(CurrentMaxPLUManagerTest, CountsTheDigitsOfTheLargestPlu) {
     ASSERT_TRUE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu()) << "the minus sign counts";
     EXPECT_TRUE(log->IsEmpty());
-}
 
-TEST_F(CurrentMaxPLUManagerTest, FailuresKeepTheCountAndAreReported) {
-    AddArticle(123, "A");
-    CurrentMaxPLUManager manager;
-    ASSERT_TRUE(manager.Initialize(articles.get()));
-    EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu());
     Raw().Exec("INSERT INTO Article (plu_no, art_name) VALUES ('abc', 'text PLU')");
     EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
     EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu());
@@ -42,9 +36,10 @@ TEST_F(CurrentMaxPLUManagerTest, FailuresKeepTheCountAndAreReported) {
     Raw().Exec("DROP TABLE Article");
     log->Clear();
     EXPECT_FALSE(manager.DetermineDigitsCountOfMaxPlu());
+    EXPECT_EQ(3, manager.GetDigitsCountOfMaxPlu());
     EXPECT_TRUE(log->Contains(Logger::LOG_ERROR,
-                              "CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): "
-                              "ERROR: Can not get max PLU value from article database table."));
+                              "CurrentMaxPLUManager::determineDigitsCountOfMaxPlu(): ERROR: Can "
+                              "not get max PLU value from article database table."));
     CurrentMaxPLUManager other;
     EXPECT_FALSE(other.Initialize(nullptr));
     EXPECT_FALSE(other.DetermineDigitsCountOfMaxPlu());

@@ -37,7 +37,17 @@ const QStringList defaultRows = {"1|A|2300",  "2|B|800",   "3|C|500",  "4|D|0",
 
 }  // namespace
 
+// The defaults stand in memory even when their insert fails; once it works they are stored.
 TEST_F(TaxRatesManagerTest, EmptyTableGetsTheDefaultRates) {
+    Raw().FailOn("TaxRates", "INSERT");
+    articles->SetWriteOnlyInTransaction(true);
+    ASSERT_TRUE(manager.Initialize());
+    EXPECT_FALSE(articles->IsWriteOnlyInTransaction()) << "switched off before writing";
+    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
+    EXPECT_TRUE(stored().isEmpty());
+    Raw().StopFailing("TaxRates", "INSERT");
+    manager.Uninitialize();
+    log->Clear();
     ASSERT_TRUE(manager.Initialize());
     EXPECT_TRUE(log->Contains(Logger::LOG_NOTICE, "TaxRatesManager: Tax rates table is empty!"));
     EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
@@ -50,16 +60,9 @@ TEST_F(TaxRatesManagerTest, EmptyTableGetsTheDefaultRates) {
     EXPECT_TRUE(manager.GetRecord(5)->IsReserved());
 }
 
-TEST_F(TaxRatesManagerTest, DefaultsStandEvenWhenTheirInsertFails) {
-    Raw().FailOn("TaxRates", "INSERT");
-    articles->SetWriteOnlyInTransaction(true);
-    ASSERT_TRUE(manager.Initialize());
-    EXPECT_FALSE(articles->IsWriteOnlyInTransaction()) << "switched off before writing";
-    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
-    EXPECT_TRUE(stored().isEmpty());
-}
-
-TEST_F(TaxRatesManagerTest, UpdateAndResetWriteEveryRate) {
+// Each signalled once per successful write; a failed or empty update changes and signals
+// nothing.
+TEST_F(TaxRatesManagerTest, UpdateAndResetWriteEveryRateAndFailedOnesNothing) {
     QList<int> calls;
     G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
                                [&](int v) { calls.append(v); });
@@ -67,8 +70,17 @@ TEST_F(TaxRatesManagerTest, UpdateAndResetWriteEveryRate) {
                                [&](int v) { calls.append(v + 10); });
     EXPECT_EQ(6, manager.UpdateRecord(TaxRates{{1, 2, 3, 4, 5, 6, 7}, 0}));
     ASSERT_TRUE(manager.Initialize());
-    const TaxRates rates = {{2300, 800, 500, 0, 65535, 1200, 61440}, 2};
-    ASSERT_EQ(0, manager.UpdateRecord(rates));
+    Raw().FailOn("TaxRates", "UPDATE");
+    log->Clear();
+    EXPECT_EQ(4, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
+    EXPECT_EQ(QStringList({"TaxRatesManager: SQL error when try to update counter data!"}),
+              log->Texts().filter("TaxRatesManager"));
+    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
+    EXPECT_EQ(defaultRows, stored());
+    EXPECT_TRUE(calls.isEmpty());
+
+    Raw().StopFailing("TaxRates", "UPDATE");
+    ASSERT_EQ(0, manager.UpdateRecord(TaxRates{{2300, 800, 500, 0, 65535, 1200, 61440}, 2}));
     const QStringList updated = {"1|A|2300",  "2|B|800",  "3|C|500",  "4|D|0",
                                  "5|E|65535", "6|F|1200", "7|G|61440"};
     EXPECT_EQ(updated, stored());
@@ -80,21 +92,8 @@ TEST_F(TaxRatesManagerTest, UpdateAndResetWriteEveryRate) {
                                "5|E|65535", "6|F|65535", "7|G|65535"};
     EXPECT_EQ(reset, stored());
     EXPECT_EQ(reset, describe(manager.GetRecords()));
-}
-
-TEST_F(TaxRatesManagerTest, FailedOrEmptyUpdatesChangeNothing) {
-    QList<int> calls;
-    G::getSignals->AddCallback(SignalSystem::SIGNAL_TAX_RATES_CHANGED,
-                               [&](int v) { calls.append(v); });
-    ASSERT_TRUE(manager.Initialize());
-    Raw().FailOn("TaxRates", "UPDATE");
-    log->Clear();
-    EXPECT_EQ(4, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
-    EXPECT_EQ(QStringList({"TaxRatesManager: SQL error when try to update counter data!"}),
-              log->Texts().filter("TaxRatesManager"));
-    EXPECT_EQ(defaultRows, describe(manager.GetRecords()));
-    EXPECT_EQ(defaultRows, stored());
     // With nothing in memory there is nothing to replace.
+    calls.clear();
     Raw().Exec("DELETE FROM TaxRates");
     EXPECT_EQ(3, manager.getRecordsFromDB());
     EXPECT_EQ(0, manager.UpdateRecord(TaxRates{{1, 1, 1, 1, 1, 1, 1}, 2}));
