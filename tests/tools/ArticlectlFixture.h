@@ -65,7 +65,6 @@ protected:
     }
 
     QString Path(const QString& name) const { return dir.filePath(name); }
-    QString Path(const char* name) const { return Path(QString::fromUtf8(name)); }
 
     // A command line (this machine's program first) run in the test's folder, `input` on its
     // standard input.
@@ -111,10 +110,6 @@ protected:
         QFile file(Path(name));
         file.open(QIODevice::ReadOnly);
         return file.readAll();
-    }
-    QByteArray ReadFile(const char* name) { return ReadFile(QString::fromUtf8(name)); }
-    void WriteFile(const char* name, const QByteArray& content) {
-        WriteFile(QString::fromUtf8(name), content);
     }
 
     QTemporaryDir dir;

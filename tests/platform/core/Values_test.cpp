@@ -1,4 +1,5 @@
-// Scaled decimal values and the records built on them.
+// Scaled decimal values and the signal lists.
+// (The tax-rate list is checked through TaxRatesManager, which fills and cleans it.)
 
 #include <gtest/gtest.h>
 
@@ -9,7 +10,6 @@
 #include "PriceValue.h"
 #include "QtPrinters.h"
 #include "SignalSystem.h"
-#include "TaxRatesList.h"
 
 TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
     const CurrencyExchangeRate rate("4.3210");
@@ -33,19 +33,6 @@ TEST(ScaledValues, ReadDecimalTextWithItsDigits) {
     EXPECT_EQ(2u, PriceValue("12").GetPrecisionDigits());
     EXPECT_FALSE(PriceValue("12.345").IsValid());
     EXPECT_EQ("0.05", PriceValue(5).ToString());
-}
-
-TEST(TaxRatesListTest, FillNamesSevenRatesAToG) {
-    TaxRatesList list;
-    list.Fill(TaxRates{{2300, 800, 500, 0, 65535, 65535, 61440}, 2});
-    ASSERT_EQ(7, list.size());
-    EXPECT_EQ(1u, list.first()->GetId());
-    EXPECT_EQ("A", list.first()->GetName());
-    EXPECT_EQ(7u, list.last()->GetId());
-    EXPECT_EQ("G", list.last()->GetName());
-    EXPECT_EQ(61440, list.last()->GetValue());
-    list.Clean();
-    EXPECT_TRUE(list.isEmpty());
 }
 
 TEST(SignalSystemTest, CallsEachListInOrderAndRefusesEmptyCallbacks) {
