@@ -23,6 +23,11 @@ protected:
     QString ReceiptsPath() const { return dir.filePath(QStringLiteral("receipts.db")); }
     // A second connection to the article database.
     RawSqlite& Raw();
+    // Every article as "id|plu|name|price", by id, read through Raw().
+    QStringList ArticlesInTable() {
+        return Raw().Rows(
+            QStringLiteral("SELECT id, plu_no, art_name, price FROM Article ORDER BY id"));
+    }
 
     using Field = QPair<QString, QVariant>;
     // Rows on `table`, each given as its (column, value) fields.

@@ -13,9 +13,6 @@ protected:
     }
 
     int insert(const QList<QList<Field>>& rows) { return articles->Insert(Rows(article, rows)); }
-    QStringList articlesInTable() {
-        return Raw().Rows("SELECT id, plu_no, art_name, price FROM Article ORDER BY id");
-    }
 
     DBTable* article = nullptr;
     DBTable* barcode = nullptr;
@@ -26,16 +23,16 @@ protected:
 TEST_F(DBManagerSql, InsertAddsReplacesByKeyOrRefusesAsAWhole) {
     AddArticle(10, "Masło", QString(), 699);
     EXPECT_EQ(DB_OPERATION_CONSTRAINT, insert({{{"plu_no", 10u}, {"art_name", "Mleko"}}}));
-    EXPECT_EQ(QStringList({"1|10|Masło|699"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|10|Masło|699"}), ArticlesInTable());
     EXPECT_TRUE(log->Mentions("UNIQUE constraint failed: Article.plu_no"));
     // A stored key replaces the whole row: what the new row does not give goes back to its
     // default.
     EXPECT_EQ(DB_OPERATION_SUCCESS,
               insert({{{"id", 1u}, {"plu_no", 11u}, {"art_name", "Masło extra"}, {"price", 799}}}));
-    EXPECT_EQ(QStringList({"1|11|Masło extra|799"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|11|Masło extra|799"}), ArticlesInTable());
     EXPECT_EQ(DB_OPERATION_SUCCESS,
               insert({{{"id", 1u}, {"plu_no", 11u}, {"art_name", "Masło extra"}}}));
-    EXPECT_EQ(QStringList({"1|11|Masło extra|0"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|11|Masło extra|0"}), ArticlesInTable());
     // Replacing must not break another unique value either.
     AddArticle(12, "Ser");
     EXPECT_EQ(DB_OPERATION_CONSTRAINT,
@@ -44,7 +41,7 @@ TEST_F(DBManagerSql, InsertAddsReplacesByKeyOrRefusesAsAWhole) {
     EXPECT_EQ(DB_OPERATION_CONSTRAINT, insert({{{"plu_no", 1u}, {"art_name", "A"}},
                                                {{"plu_no", 2u}, {"art_name", "B"}},
                                                {{"plu_no", 1u}, {"art_name", "C"}}}));
-    EXPECT_EQ(QStringList({"1|11|Masło extra|0", "2|12|Ser|0"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|11|Masło extra|0", "2|12|Ser|0"}), ArticlesInTable());
     EXPECT_EQ(DB_OPERATION_SUCCESS,
               insert({{{"plu_no", 1u}, {"art_name", "A"}}, {{"plu_no", 2u}, {"art_name", "B"}}}));
     EXPECT_EQ(4, Raw().Count("Article"));
@@ -78,13 +75,13 @@ TEST_F(DBManagerSql, UpdateAndDeleteTouchOnlyMatchingRowsOrNothing) {
               articles->Update(
                   Rows(article, {{{"id", 1u}, {"price", 111}}, {{"id", 99u}, {"price", 999}}})));
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Update(Rows(article, {{{"price", 1}}})));
-    EXPECT_EQ(QStringList({"1|1|A|100", "2|2|B|250"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|1|A|100", "2|2|B|250"}), ArticlesInTable());
     // By condition: every matching row, none matching is success.
     EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(Rows(article, {{{"plu_no", 1u}}}),
                                                      Rows(article, {{{"price", 105}}})));
     EXPECT_EQ(DB_OPERATION_SUCCESS, articles->Update(Rows(article, {{{"plu_no", 77u}}}),
                                                      Rows(article, {{{"price", 1}}})));
-    EXPECT_EQ(QStringList({"1|1|A|105", "2|2|B|250"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|1|A|105", "2|2|B|250"}), ArticlesInTable());
     // Delete needs every condition to match.
     AddBarcode(1, "111", true);
     AddBarcode(1, "112", false);
@@ -181,5 +178,5 @@ TEST_F(DBManagerSql, InjectedFailuresComeBackAsErrors) {
     QSharedPointer<DBData> result;
     EXPECT_EQ(DB_OPERATION_ERROR, articles->Load(Rows(barcode, {{{"barcode", "1"}}}),
                                                  DBManager::LOAD_MODE_BY_KEY, result));
-    EXPECT_EQ(QStringList({"1|1|A|0"}), articlesInTable());
+    EXPECT_EQ(QStringList({"1|1|A|0"}), ArticlesInTable());
 }

@@ -9,9 +9,6 @@ namespace {
 
 class StatementRunner : public DatabaseFixture {
 protected:
-    QStringList articlesInTable() {
-        return Raw().Rows("SELECT id, plu_no, art_name, price FROM Article ORDER BY id");
-    }
     // The first column of what `sql` returns.
     QStringList firstColumn(const QString& sql) {
         DBDirectQueryResult result;
@@ -38,14 +35,14 @@ TEST_F(StatementRunner, ExecuteRunsExactlyOneStatementSeenByObservers) {
     const int observer =
         articles->AddStatementObserver([&](const QString& sql) { seen.append(sql); });
     AddArticle(1, "A", QString(), 100);
-    const QStringList before = articlesInTable();
+    const QStringList before = ArticlesInTable();
     for (const char* text :
          {"UPDATE Article SET price = 0; DELETE FROM Article",
           "UPDATE Article SET price = 0; -- fine\n DROP TABLE Article",
           "SELECT * FROM Article WHERE art_name = \"x\"; DELETE FROM Article", "  ;  "}) {
         EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Execute(text, nullptr)) << text;
     }
-    EXPECT_EQ(before, articlesInTable());
+    EXPECT_EQ(before, ArticlesInTable());
     // A trailing semicolon or comment is part of one statement.
     DBDirectQueryResult result;
     EXPECT_EQ(DB_OPERATION_SUCCESS,
@@ -115,7 +112,7 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(head, {plain}));
     // Texts given in their parts run the same statement, with or without an observer; a tail
     // never declared is run as the joined text.
-    const QStringList before = articlesInTable();
+    const QStringList before = ArticlesInTable();
     QStringList seen;
     for (int observed = 0; observed < 2; ++observed) {
         if (observed) {
@@ -134,7 +131,7 @@ TEST_F(StatementRunner, DeclaredTemplatesBindThePastedTextWhole) {
         }
     }
     EXPECT_EQ(head + "111\"", seen.first()) << "observers see the text as given";
-    EXPECT_EQ(before, articlesInTable());
+    EXPECT_EQ(before, ArticlesInTable());
     // A caller that reads the first match only gets no more.
     const QString byName = "SELECT plu_no FROM Article WHERE art_name like \"";
     ASSERT_EQ(DB_OPERATION_SUCCESS, articles->DeclareStatementTemplate(byName, {"\";"}, 1));

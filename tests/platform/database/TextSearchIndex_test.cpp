@@ -314,8 +314,8 @@ TEST_F(TextSearchIndex, ANameLookupFindsWhatTheScanFinds) {
     ASSERT_EQ(0, articles->DeclareStatementTemplate("SELECT * FROM Article WHERE art_name like \"",
                                                     {"\";"}, 3));
     unsigned int plu = 95000;
-    for (const QString& name : {"\u212Aefir", "KEFIR naturalny", "kefir", "\u017Fok", "Sok",
-                                "\u212Bland", "ÅLAND", "Żółć ęąś żółć ĘĄŚ"}) {
+    for (const char* name : {"\u212Aefir", "KEFIR naturalny", "kefir", "\u017Fok", "Sok",
+                             "\u212Bland", "ÅLAND", "Żółć ęąś żółć ĘĄŚ"}) {
         AddArticle(plu++, name);
     }
     Raw().Exec("INSERT INTO Article (plu_no, art_name) VALUES (95100, CAST('kefir' AS BLOB))");
