@@ -1,6 +1,9 @@
 #include "CatalogueWorkload.h"
 
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -10,6 +13,8 @@
 #include <QVector>
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 
 #include "ArticleBarcodeManager.h"
 #include "ArticleBarcodes.h"
@@ -30,32 +35,46 @@
 #include "TaxRates.h"
 #include "TaxRatesManager.h"
 
-namespace {
-
-QString show(const ModelArticle& a) {
-    QStringList barcodes;
-    for (auto b = a.barcodes.cbegin(); b != a.barcodes.cend(); ++b) {
-        barcodes << b.key() + (b.value() ? QStringLiteral(" (main)") : QString());
+QStringList Model::Lines() const {
+    QStringList lines;
+    for (const auto& [plu, a] : articles) {
+        const QString number = QString::number(plu);
+        lines << QStringLiteral("PLU %1 | %2 | %3 | %4 | %5")
+                     .arg(number, a.name, QString::number(a.price), a.mainBarcode,
+                          a.handy ? QStringLiteral("handy") : QStringLiteral("not handy"));
+        for (auto b = a.barcodes.cbegin(); b != a.barcodes.cend(); ++b) {
+            lines << QStringLiteral("barcode %1 | PLU %2 | %3")
+                         .arg(b.key(), number, b.value() ? "main" : "additional");
+        }
     }
-    return QStringLiteral("(%1, %2, %3, %4; barcodes %5)")
-        .arg(a.name)
-        .arg(a.price)
-        .arg(a.mainBarcode)
-        .arg(a.handy)
-        .arg(barcodes.join(QStringLiteral(", ")));
+    for (const auto& [id, name] : depts) {
+        lines << QStringLiteral("dept %1 | %2").arg(id).arg(name);
+    }
+    for (const auto& [id, prefix] : prefixes) {
+        lines << QStringLiteral("prefix %1 | %2").arg(id).arg(prefix);
+    }
+    QStringList values;
+    for (const quint16 rate : rates) {
+        values << QString::number(rate);
+    }
+    return lines << QStringLiteral("rates | ") + values.join(' ');
 }
 
-}  // namespace
-
-bool ModelArticle::operator==(const ModelArticle& o) const {
-    return name == o.name && price == o.price && mainBarcode == o.mainBarcode && handy == o.handy &&
-           barcodes == o.barcodes;
-}
-
-bool Model::operator==(const Model& other) const {
-    return articles == other.articles && depts == other.depts && rates == other.rates &&
-           prefixes == other.prefixes;
-}
+const char* const kindNames[] = {"ArticleEditor::AddRecord",
+                                 "ArticleBarcodeManager::AddRecord",
+                                 "ArticleEditor::EditRecord",
+                                 "ArticleEditor::UpdateArticlePrice",
+                                 "ArticleBarcodeManager::UpdateMainBarcode",
+                                 "ArticleBarcodeManager::DeleteRecord",
+                                 "ArticleBarcodeManager::DeleteBarcodes",
+                                 "ArticleEditor::DeleteRecord",
+                                 "ArticleEditor::ChangeAllArticlesPrices",
+                                 "BeginTransaction + 3 AddRecord + CommitTransaction",
+                                 "ArticleSeeker::FindNameInfix",
+                                 "DeptDBManager::AddOrUpdateRecord",
+                                 "TaxRatesManager::UpdateRecord",
+                                 "BarcodePrefixDBManager::AddPrefix",
+                                 "articlectl import (25 rows)"};
 
 QByteArray Change::Serialize() const {
     return QByteArray::number(kind) + ' ' + QByteArray::number(plu) + ' ' +
@@ -186,15 +205,11 @@ void apply(Model& model, const Change& change) {
     }
 }
 
-namespace {
-
-QString barcodeOf(unsigned int serial) {
-    const QString digits =
-        QStringLiteral("590%1").arg(serial % 1000000000u, 9, 10, QLatin1Char('0'));
+QString ean13(const char* prefix, quint64 serial) {
+    const QString digits = QLatin1String(prefix) +
+                           QStringLiteral("%1").arg(serial % 1000000000u, 9, 10, QLatin1Char('0'));
     return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
 }
-
-}  // namespace
 
 // The next change, chosen so that it should succeed.
 Change choose(const Model& model, std::mt19937_64& random) {
@@ -232,7 +247,7 @@ Change choose(const Model& model, std::mt19937_64& random) {
         change.kind = AddArticle;
         change.plu = model.nextPlu + static_cast<unsigned int>(pick(3));
         change.text = QStringLiteral("Artykuł %1 nr %2").arg(change.plu).arg(model.serial);
-        change.text2 = pick(2) ? barcodeOf(model.serial) : QString();
+        change.text2 = pick(2) ? ean13("590", model.serial) : QString();
         change.price = 1 + pick(100000);
         return change;
     }
@@ -242,7 +257,7 @@ Change choose(const Model& model, std::mt19937_64& random) {
     const ModelArticle& article = it->second;
     if (roll < 42) {
         change.kind = AddBarcode;
-        change.text = barcodeOf(model.serial);
+        change.text = ean13("590", model.serial);
         const bool hasMain = std::find(article.barcodes.cbegin(), article.barcodes.cend(), true) !=
                              article.barcodes.cend();
         change.flag = !hasMain;
@@ -259,7 +274,7 @@ Change choose(const Model& model, std::mt19937_64& random) {
         change.price = pick(1000000);
     } else if (roll < 79) {
         change.kind = UpdateMainBarcode;
-        change.text = barcodeOf(model.serial);
+        change.text = ean13("590", model.serial);
         if (std::find(article.barcodes.cbegin(), article.barcodes.cend(), true) ==
             article.barcodes.cend()) {
             change.kind = AddBarcode;  // there is no main row to update
@@ -288,23 +303,20 @@ Change choose(const Model& model, std::mt19937_64& random) {
 
 // ---- Starting the library the way the register does -------------------------------------------
 
-Library::Library() = default;
-Library::~Library() = default;
-
-QString Library::Start(const QString& folder) {
+QString startLibrary(const QString& folder) {
     G::appLogger->ClearAppenders();
-    articles = std::make_unique<DBManager>(QDir(folder).filePath(QStringLiteral("articles.db")),
-                                           DBManager::SCHEMA_ARTICLES);
+    // Never closed: the process ends as a crash would end it.
+    auto* articles = new DBManager(QDir(folder).filePath(QStringLiteral("articles.db")),
+                                   DBManager::SCHEMA_ARTICLES);
+    auto* receipts = new DBManager(QDir(folder).filePath(QStringLiteral("receipts.db")),
+                                   DBManager::SCHEMA_RECEIPTS);
     if (articles->Open() != DB_OPERATION_SUCCESS) {
         return QStringLiteral("the article database does not open: ") + articles->GetLastError();
-    }
-    receipts = std::make_unique<DBManager>(QDir(folder).filePath(QStringLiteral("receipts.db")),
-                                           DBManager::SCHEMA_RECEIPTS);
-    if (receipts->Open() != DB_OPERATION_SUCCESS) {
+    } else if (receipts->Open() != DB_OPERATION_SUCCESS) {
         return QStringLiteral("the receipt database does not open: ") + receipts->GetLastError();
     }
-    G::dbArticles = articles.get();
-    G::dbReceipt = receipts.get();
+    G::dbArticles = articles;
+    G::dbReceipt = receipts;
     if (!SystemManager::Instance()->InitializeAll() || !G::articleManager ||
         G::articleManager->GetState() != SystemBase::STATE_READY) {
         return QStringLiteral("the article manager does not start");
@@ -321,22 +333,46 @@ void say(int fd, const QByteArray& line) {
     }
 }
 
-QList<QByteArray> readLines(int fd) {
+QByteArray readLine(int fd) {
+    QByteArray line;
+    char c = 0;
+    while (read(fd, &c, 1) == 1 && c != '\n') {
+        line += c;
+    }
+    return line;
+}
+
+Ended runChild(const std::function<void(int)>& child,
+               const std::function<void(pid_t, int)>& meanwhile) {
+    int fds[2];
+    const pid_t pid = pipe(fds) == 0 ? fork() : -1;
+    if (pid < 0) {
+        std::perror("pipe or fork");
+        std::exit(2);
+    } else if (pid == 0) {
+        close(fds[0]);
+        child(fds[1]);
+        _exit(3);
+    }
+    close(fds[1]);
+    if (meanwhile) {
+        meanwhile(pid, fds[0]);
+    }
+    Ended ended;
     QByteArray all;
     char buffer[4096];
-    ssize_t got;
-    while ((got = read(fd, buffer, sizeof buffer)) > 0) {
+    for (ssize_t got; (got = read(fds[0], buffer, sizeof buffer)) > 0;) {
         all.append(buffer, static_cast<int>(got));
     }
-    QList<QByteArray> lines = all.split('\n');
-    if (!lines.isEmpty() && lines.last().isEmpty()) {
-        lines.removeLast();
-    }
-    return lines;
+    close(fds[0]);
+    waitpid(pid, &ended.status, 0);
+    ended.lines = all.split('\n');
+    ended.lines.removeAll(QByteArray());
+    return ended;
 }
 
 void startWorker(const QString& folder, int fd, bool (*off)()) {
-    QString error = (new Library)->Start(folder);  // never closed
+    QString error = startLibrary(folder);
     // A new catalogue gets its departments as `articlectl init` makes them: an import needs them.
     if (error.isEmpty() && G::articleManager->GetDeptDBManager()->GetDepts().isEmpty() &&
         !G::articleManager->GetDeptDBManager()->ResetTable()) {
@@ -590,41 +626,6 @@ QString readCatalogue(ArticleManager& manager, Model& stored) {
     return QString();
 }
 
-QString describe(const Model& model, const Model& stored) {
-    if (model.depts != stored.depts || model.rates != stored.rates ||
-        model.prefixes != stored.prefixes) {
-        auto list = [](const Model& m) {
-            QStringList all;
-            for (const auto& dept : m.depts) {
-                all << QStringLiteral("%1 %2").arg(dept.first).arg(dept.second);
-            }
-            for (const quint16 rate : m.rates) {
-                all << QString::number(rate);
-            }
-            for (const auto& prefix : m.prefixes) {
-                all << QStringLiteral("%1 %2").arg(prefix.first).arg(prefix.second);
-            }
-            return all.join(QStringLiteral(", "));
-        };
-        return QStringLiteral("the departments, rates and prefixes are %1 instead of %2")
-            .arg(list(stored), list(model));
-    }
-    std::map<unsigned int, ModelArticle> all = model.articles;
-    all.insert(stored.articles.cbegin(), stored.articles.cend());
-    for (const auto& entry : all) {
-        const auto want = model.articles.find(entry.first);
-        const auto got = stored.articles.find(entry.first);
-        const QString wanted =
-            want == model.articles.end() ? QStringLiteral("absent") : show(want->second);
-        const QString held =
-            got == stored.articles.end() ? QStringLiteral("absent") : show(got->second);
-        if (wanted != held) {
-            return QStringLiteral("PLU %1 is %2 instead of %3").arg(entry.first).arg(held, wanted);
-        }
-    }
-    return QString();
-}
-
 // The lookups a register makes must agree with the rows: every barcode scans to its article,
 // every name is found by the incremental search (which has its own index), nothing else is
 // stored.
@@ -669,77 +670,93 @@ QString integrity(const QString& path) {
                : QStringLiteral("integrity_check: ") + answers.join(QStringLiteral("; "));
 }
 
-}  // namespace
-
+// In the process that reads the folder: the catalogue as the library answers it, or why not.
 QString readFolder(const QString& folder, Model& stored) {
     const QString path = QDir(folder).filePath(QStringLiteral("articles.db"));
     QString why = QFileInfo::exists(path) ? integrity(path) : QString();
-    why = why.isEmpty() ? (new Library)->Start(folder) : why;  // open until the process ends
+    why = why.isEmpty() ? startLibrary(folder) : why;
     why = why.isEmpty() ? readCatalogue(*G::articleManager, stored) : why;
     return why.isEmpty() ? checkLookups(*G::articleManager, stored, folder) : why;
 }
 
-namespace {
-
-[[noreturn]] void verify(const QString& folder, const Model& base,
-                         const std::vector<Change>& changes, int fd) {
-    Model stored;
-    const QString why = readFolder(folder, stored);
-    if (!why.isEmpty()) {
-        say(fd, why.toUtf8());
-        _exit(1);
-    }
-    std::vector<Model> prefixes{base};
-    for (const Change& change : changes) {
-        prefixes.push_back(prefixes.back());
-        apply(prefixes.back(), change);
-    }
-    for (size_t held = prefixes.size(); held-- > 0;) {
-        if (prefixes[held] == stored) {
-            say(fd, "H " + QByteArray::number(static_cast<qulonglong>(held)));
-            _exit(0);
-        }
-    }
-    say(fd, (describe(prefixes.back(), stored) +
-             QStringLiteral(" (and it is none of the %1 states before)").arg(changes.size()))
-                .toUtf8());
-    _exit(1);
-}
-
 }  // namespace
 
-Verdict verifyFolder(const QString& folder, const Model& base, const std::vector<Change>& changes) {
-    const Ended ended = runChild([&](int out) { verify(folder, base, changes, out); });
-    const QList<QByteArray>& lines = ended.lines;
-    Verdict verdict;
-    if (WIFEXITED(ended.status) && WEXITSTATUS(ended.status) == 0 && lines.size() == 1 &&
-        lines[0].startsWith("H ")) {
-        verdict.held = lines[0].mid(2).toInt();
-    } else {
-        verdict.why = lines.isEmpty()
-                          ? QStringLiteral("the verifier crashed (status %1)").arg(ended.status)
-                          : QString::fromUtf8(lines.join(' '));
+QStringList readStored(const QString& folder, QString& why) {
+    const Ended ended = runChild([&](int out) {
+        Model stored;
+        const QString problem = readFolder(folder, stored);
+        for (const QString& line : problem.isEmpty() ? stored.Lines() : QStringList(problem)) {
+            say(out, line.toUtf8());
+        }
+        _exit(problem.isEmpty() ? 0 : 1);
+    });
+    if (WIFEXITED(ended.status) && WEXITSTATUS(ended.status) == 0) {
+        why.clear();
+        QStringList lines;
+        for (const QByteArray& line : ended.lines) {
+            lines << QString::fromUtf8(line);
+        }
+        return lines;
     }
+    why = ended.lines.isEmpty()
+              ? QStringLiteral("the verifier crashed (status %1)").arg(ended.status)
+              : QString::fromUtf8(ended.lines.join(' '));
+    return {};
+}
+
+Verdict verifyFolder(const QString& folder, const Model& base, const std::vector<Change>& changes) {
+    Verdict verdict;
+    const QStringList stored = readStored(folder, verdict.why);
+    if (!verdict.why.isEmpty()) {
+        return verdict;
+    }
+    std::vector<Model> states{base};
+    for (const Change& change : changes) {
+        states.push_back(states.back());
+        apply(states.back(), change);
+    }
+    for (size_t held = states.size(); held-- > 0;) {
+        if (states[held].Lines() == stored) {
+            verdict.held = static_cast<int>(held);
+            return verdict;
+        }
+    }
+    // The first line that differs from the last state tells most.
+    const QStringList wanted = states.back().Lines();
+    int i = 0;
+    while (i < wanted.size() && i < stored.size() && wanted[i] == stored[i]) {
+        ++i;
+    }
+    verdict.why = QStringLiteral(
+                      "it holds \"%1\" where \"%2\" belongs (and is none of the %3 "
+                      "states before)")
+                      .arg(stored.value(i, QStringLiteral("nothing")),
+                           wanted.value(i, QStringLiteral("nothing")))
+                      .arg(changes.size());
     return verdict;
 }
 
 // ---- The programs' frame -----------------------------------------------------------------------
 
-Options parseOptions(const char* usage, const char* runsOption, int runs) {
+Options parseOptions(const char* usage, int runs) {
     Options options;
+    options.program = QCoreApplication::applicationName();
     options.runs = runs;
     options.seed = static_cast<quint64>(
         std::chrono::system_clock::now().time_since_epoch().count() % 1000000007);
+    const QString listed = QLatin1String(usage);
+    const QString runsOption =
+        listed.section(QLatin1Char('['), 1, 1).section(QLatin1Char(' '), 0, 0);
     const QStringList arguments = QCoreApplication::arguments();
     bool valid = true;
     for (int i = 1; i < arguments.size() && valid; ++i) {
         const QString& name = arguments[i];
-        const QString value = i + 1 < arguments.size() ? arguments[i + 1] : QString();
+        const QString value =
+            name == QStringLiteral("--self-test") ? QStringLiteral("") : arguments.value(++i);
+        valid = listed.contains(QLatin1Char('[') + name) && !value.isNull();
         if (name == QStringLiteral("--self-test")) {
             options.selfTest = true;
-        } else if (value.isNull()) {
-            valid = false;
-        } else if (name == QLatin1String(runsOption)) {
+        } else if (name == runsOption) {
             options.runs = value.toInt();
         } else if (name == QStringLiteral("--seconds")) {
             options.seconds = value.toInt();
@@ -747,37 +764,53 @@ Options parseOptions(const char* usage, const char* runsOption, int runs) {
             options.seed = value.toULongLong();
         } else if (name == QStringLiteral("--dir")) {
             options.folder = value;
+            options.given = true;
         } else {
             valid = false;
         }
-        i += name == QStringLiteral("--self-test") ? 0 : 1;
-        // Only the options the program lists.
-        valid = valid && QLatin1String(usage).contains(QStringLiteral("[") + name);
     }
     if (!valid || options.runs <= 0 || options.seconds <= 0) {
         std::fprintf(stderr, "%s\n", usage);
         std::exit(2);
     }
+    if (!options.given) {
+        QTemporaryDir temporary(QDir::temp().filePath(options.program + "-XXXXXX"));
+        temporary.setAutoRemove(false);
+        options.folder = temporary.path();
+    }
+    QDir().mkpath(options.folder);
     return options;
 }
 
-QString rootFolder(const Options& options, const char* program) {
-    if (!options.folder.isEmpty()) {
-        QDir().mkpath(options.folder);
-        return options.folder;
+int finish(const Options& options, const QString& harness, const QString& failed) {
+    const QByteArray program = options.program.toUtf8();
+    const auto seed = static_cast<unsigned long long>(options.seed);
+    if (!harness.isEmpty()) {
+        std::printf("%s: HARNESS FAILED %s (in %s, seed %llu)\n", program.constData(),
+                    qPrintable(harness), qPrintable(options.folder), seed);
+        return 2;
     }
-    QTemporaryDir temporary(QDir::temp().filePath(QLatin1String(program) + "-XXXXXX"));
-    temporary.setAutoRemove(false);  // kept when a check fails
-    return temporary.path();
+    if (!failed.isEmpty()) {
+        std::printf("%s: %s\n", program.constData(), qPrintable(failed));
+    }
+    if (!failed.isEmpty() && (!options.selfTest || options.given)) {
+        std::printf("%s: the files are kept in %s; replay with --seed %llu%s\n",
+                    program.constData(), qPrintable(options.folder), seed,
+                    options.selfTest ? " --self-test" : "");
+    } else if (!options.given) {
+        QDir(options.folder).removeRecursively();  // nothing to look into
+    }
+    return failed.isEmpty() ? 0 : 1;
 }
 
-int runRounds(const char* program, const char* noun, const Options& options, const QString& root,
+int runRounds(const char* noun, const Options& options,
               const std::function<Round(int, Model&, std::mt19937_64&)>& round,
               const std::function<void()>& kept) {
-    std::printf("%s: %sseed %llu, up to %d %s or %d s, in %s\n", program,
+    const QByteArray program = options.program.toUtf8();
+    std::printf("%s: %sseed %llu, up to %d %s or %d s, in %s\n", program.constData(),
                 options.selfTest ? "self-test, " : "",
                 static_cast<unsigned long long>(options.seed), options.runs, noun, options.seconds,
-                qPrintable(root));
+                qPrintable(options.folder));
     std::fflush(stdout);
     std::mt19937_64 random(options.seed);
     Model model;
@@ -843,30 +876,22 @@ int runRounds(const char* program, const char* noun, const Options& options, con
     std::printf(
         "%s: %d %s, %lld reported changes verified, %d articles at the end; the change in "
         "flight was kept %d times\n",
-        program, rounds, noun, verified, static_cast<int>(model.articles.size()), inFlightKept);
+        program.constData(), rounds, noun, verified, static_cast<int>(model.articles.size()),
+        inFlightKept);
     for (const auto& [label, counts] : byLabel) {
         if (!label.isEmpty()) {
             std::printf("  %s: %d %s, %lld verified\n", qPrintable(label), counts.first, noun,
                         counts.second);
         }
     }
-    if (!failure.isEmpty()) {
-        std::printf("%s: HARNESS FAILED %s (in %s, seed %llu)\n", program, qPrintable(failure),
-                    qPrintable(root), static_cast<unsigned long long>(options.seed));
-        return 2;
-    }
-    if (lost > 0 || damaged > 0) {
-        std::printf("%s: LOST %lld reported changes, %d damaged, in %d of %d %s; first: %s\n",
-                    program, lost, damaged, losingRounds, rounds, noun, qPrintable(firstLoss));
-        if (!options.selfTest || !options.folder.isEmpty()) {
-            std::printf("%s: the files are kept in %s; replay with --seed %llu%s\n", program,
-                        qPrintable(root), static_cast<unsigned long long>(options.seed),
-                        options.selfTest ? " --self-test" : "");
-            return 1;
-        }
-    }
-    if (options.folder.isEmpty()) {
-        QDir(root).removeRecursively();  // nothing to look into (a self-test's loss is expected)
-    }
-    return lost > 0 || damaged > 0 ? 1 : 0;
+    return finish(options, failure,
+                  lost + damaged == 0
+                      ? QString()
+                      : QStringLiteral("LOST %1 reported changes, %2 damaged, in %3 of %4 %5; "
+                                       "first: %6")
+                            .arg(lost)
+                            .arg(damaged)
+                            .arg(losingRounds)
+                            .arg(rounds)
+                            .arg(QLatin1String(noun), firstLoss));
 }

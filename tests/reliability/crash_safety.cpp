@@ -17,6 +17,8 @@
 // nothing lost, 1 reported changes lost or the file damaged, 2 the worker or the harness failed.
 
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDir>
@@ -30,10 +32,9 @@ constexpr int creationKills = 10;
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    const Options options =
-        parseOptions("usage: crash_safety [--kills N] [--seconds S] [--seed SEED] [--dir FOLDER]",
-                     "--kills", 200);
-    const QString folder = rootFolder(options, "crash_safety");
+    const Options options = parseOptions(
+        "usage: crash_safety [--kills N] [--seconds S] [--seed SEED] [--dir FOLDER]", 200);
+    const QString& folder = options.folder;
     auto round = [&](int number, Model& model, std::mt19937_64& random) {
         int delayMicroseconds = 0;
         if (number <= creationKills) {
@@ -58,7 +59,7 @@ int main(int argc, char** argv) {
                 makeChanges(model, seed, out);
                 _exit(0);
             },
-            [&](pid_t worker) {
+            [&](pid_t worker, int) {
                 std::this_thread::sleep_for(std::chrono::microseconds(delayMicroseconds));
                 kill(worker, SIGKILL);
             });
@@ -69,5 +70,5 @@ int main(int argc, char** argv) {
         }
         return r;
     };
-    return runRounds("crash_safety", "kills", options, folder, round, nullptr);
+    return runRounds("kills", options, round, nullptr);
 }

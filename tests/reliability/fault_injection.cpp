@@ -18,18 +18,18 @@
 // The stored rows are compared with the shared workload's model by its verifier.
 //
 // Usage: fault_injection [--max N] [--self-test]
-// --max N: at most N faults of each kind per operation (default 8; the first and last I/O are
-// always among them). --self-test makes a write report success and drop its data, so changes
-// must be found lost or damaged. Exit status: 0 every check held, 1 a check failed, 2 the
-// harness itself failed.
+// --max N: at most N faults of each kind per operation (default 8, at least 2; the first and last
+// I/O are always among them). --self-test makes a write report success and drop its data, so
+// changes must be found lost or damaged. Exit status: 0 every check held, 1 a check failed, 2
+// the harness itself failed.
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <cstdio>
 #include <set>
 
@@ -37,53 +37,31 @@
 #include "CatalogueWorkload.h"
 #include "Globals.h"
 #include "PowerCutVfs.h"
-#include "ScaleLabelRecognizer.h"
 
 namespace {
 
-QString ean13(unsigned int serial) {
-    const QString digits = QStringLiteral("200%1").arg(serial, 9, 10, QLatin1Char('0'));
-    return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
-}
-
-// The catalogue every case starts from.
-std::vector<Change> baseChanges() {
-    return {Change{AddArticle, 1, QStringLiteral("Chleb razowy"), ean13(1), 350},
-            Change{AddArticle, 2, QStringLiteral("Mleko"), ean13(2), 289},
-            Change{AddArticle, 3, QStringLiteral("Jabłka luz"), {}, 499},
-            Change{AddArticle, 4, QStringLiteral("Torba"), {}, 100},
-            Change{AddBarcode, 1, ean13(3), {}, 0, true},
-            Change{AddBarcode, 1, ean13(4), {}, 0, false},
-            Change{AddBarcode, 2, ean13(5), {}, 0, true}};
-}
-
-struct Operation {
-    const char* name;
-    Change change;
-};
-
-// One of each kind of write the register makes.
-std::vector<Operation> operations() {
-    return {
-        {"ArticleEditor::AddRecord",
-         Change{AddArticle, 10, QStringLiteral("Ser żółty"), ean13(6), 1299}},
-        {"ArticleEditor::EditRecord",
-         Change{EditArticle, 2, QStringLiteral("Mleko 2%"), {}, 420, true}},
-        {"ArticleEditor::UpdateArticlePrice", Change{SetPrice, 3, {}, {}, 999}},
-        {"ArticleBarcodeManager::AddRecord", Change{AddBarcode, 2, ean13(7), {}, 0, false}},
-        {"ArticleBarcodeManager::DeleteBarcodes", Change{DeleteBarcodes, 1, {}, {}}},
-        {"ArticleEditor::DeleteRecord", Change{DeleteArticle, 4, {}, {}}},
-        {"ArticleEditor::ChangeAllArticlesPrices", Change{ConvertPrices, 0, {}, {}, 0, true}},
-        {"BeginTransaction + 3 AddRecord + CommitTransaction",
-         Change{AddArticles, 20, QStringLiteral("Zestaw"), {}, 100}},
-        {"DeptDBManager::AddOrUpdateRecord", Change{SetDept, 2, QStringLiteral("Pieczywo"), {}}},
-        {"TaxRatesManager::UpdateRecord", Change{SetTaxRates, 0, {}, {}, 2200}},
-        {"BarcodePrefixDBManager::AddPrefix",
-         Change{SetPrefix, 10, QStringLiteral("28"), {}, 0, true}},
-        {"articlectl import (25 rows)",
-         Change{ImportPrices, 3, QStringLiteral("Cennik"), {}, 1500}},
-    };
-}
+// The catalogue every case starts from, and one of each kind of write the register makes.
+const std::vector<Change> base = {
+    {AddArticle, 1, QStringLiteral("Chleb razowy"), ean13("200", 1), 350},
+    {AddArticle, 2, QStringLiteral("Mleko"), ean13("200", 2), 289},
+    {AddArticle, 3, QStringLiteral("Jabłka luz"), {}, 499},
+    {AddArticle, 4, QStringLiteral("Torba"), {}, 100},
+    {AddBarcode, 1, ean13("200", 3), {}, 0, true},
+    {AddBarcode, 1, ean13("200", 4), {}, 0, false},
+    {AddBarcode, 2, ean13("200", 5), {}, 0, true}};
+const std::vector<Change> operations = {
+    {AddArticle, 10, QStringLiteral("Ser żółty"), ean13("200", 6), 1299},
+    {EditArticle, 2, QStringLiteral("Mleko 2%"), {}, 420, true},
+    {SetPrice, 3, {}, {}, 999},
+    {AddBarcode, 2, ean13("200", 7), {}, 0, false},
+    {DeleteBarcodes, 1, {}, {}},
+    {DeleteArticle, 4, {}, {}},
+    {ConvertPrices, 0, {}, {}, 0, true},
+    {AddArticles, 20, QStringLiteral("Zestaw"), {}, 100},
+    {SetDept, 2, QStringLiteral("Pieczywo"), {}},
+    {SetTaxRates, 0, {}, {}, 2200},
+    {SetPrefix, 10, QStringLiteral("28"), {}, 0, true},
+    {ImportPrices, 3, QStringLiteral("Cennik"), {}, 1500}};
 
 struct FaultKind {
     IoClass ioClass;
@@ -99,34 +77,37 @@ const FaultKind faultKinds[] = {
 };
 const FaultKind lie = {IO_WRITE, IO_FAULT_LIE, "write dropped, success reported"};
 
-// Runs the change from the library's start; the result, or -2 when it threw.
-int attempt(const Change& c) {
+// Makes the change in a started library, or through articlectl (on the VFS with `environment`
+// when given); the result, or -2 when it threw.
+int attempt(const QString& folder, const Change& c, const QStringList& environment = {},
+            QByteArray* report = nullptr) {
     try {
-        return perform(*G::articleManager, c);
+        return c.kind == ImportPrices
+                   ? runImport(QDir(folder).filePath(QStringLiteral("articles.db")), c, environment,
+                               report)
+                   : perform(*G::articleManager, c);
     } catch (...) {
         return -2;
     }
 }
 
-// The case's process: starts the library on `folder`, makes the change with the `n`-th I/O of
-// the kind failing (0: none), reports, waits for `go`, then retries a failed change. An import
-// runs articlectl on the VFS instead, with the fault armed in it, and retries without.
+// The case's process: makes the change with the `n`-th I/O of the kind failing (0: none), in the
+// library it starts on `folder` or in articlectl, and reports "R RESULT HIT WRITES SYNCS READS
+// LOCKS". Then it stops, holding the database as the register would, until the parent has
+// looked; a failed change is retried with the disk working ("S RESULT").
 [[noreturn]] void runCase(const QString& folder, const Change& c, const FaultKind& kind,
-                          unsigned long long n, int go, int out) {
-    QByteArray line = "R ";
+                          unsigned long long n, int out) {
+    QList<QByteArray> counts;  // IOS HIT WRITES SYNCS READS LOCKS
     int first = 0;
     if (c.kind == ImportPrices) {
-        const QString database = QDir(folder).filePath(QStringLiteral("articles.db"));
         QByteArray report;
-        first = runImport(database, c,
-                          onPowerCutVfs({QStringLiteral("POWER_CUT_FAULT=%1 %2 %3")
-                                             .arg(kind.ioClass)
-                                             .arg(n)
-                                             .arg(kind.fault)}),
-                          &report);
-        const QList<QByteArray> counts = report.split(' ');  // IOS HIT WRITES SYNCS READS LOCKS
-        line += QByteArray::number(first) + ' ' +
-                (counts.size() == 6 ? counts.mid(1) : counts).join(' ');
+        first = attempt(folder, c,
+                        onPowerCutVfs({QStringLiteral("POWER_CUT_FAULT=%1 %2 %3")
+                                           .arg(kind.ioClass)
+                                           .arg(n)
+                                           .arg(kind.fault)}),
+                        &report);
+        counts = report.split(' ');
     } else {
         startWorker(folder, out);
         unsigned long long before[4];
@@ -134,41 +115,23 @@ int attempt(const Change& c) {
             before[i] = power_cut_vfs_count(static_cast<IoClass>(i));
         }
         power_cut_vfs_fault(kind.ioClass, n, kind.fault);
-        first = attempt(c);
-        const int hit = power_cut_vfs_fault_hit();
+        first = attempt(folder, c);
+        counts << QByteArray() << QByteArray::number(power_cut_vfs_fault_hit());
         power_cut_vfs_fault(kind.ioClass, 0, kind.fault);
-        line += QByteArray::number(first) + ' ' + QByteArray::number(hit);
         for (int i = 0; i < 4; ++i) {
-            line +=
-                ' ' + QByteArray::number(power_cut_vfs_count(static_cast<IoClass>(i)) - before[i]);
+            counts << QByteArray::number(power_cut_vfs_count(static_cast<IoClass>(i)) - before[i]);
         }
     }
-    say(out, line);
-    char byte = 0;
-    if (read(go, &byte, 1) != 1) {
-        _exit(2);
-    }
+    say(out, "R " + QByteArray::number(first) + ' ' + counts.mid(1).join(' '));
+    raise(SIGSTOP);
     if (first != 0 && c.kind == SetDept) {
         // A failed reload leaves the department manager locked, by design, until the register
         // starts again: a new process retries.
         say(out, "S restart");
-        _exit(0);
+    } else {
+        say(out, "S " + QByteArray::number(first == 0 ? 0 : attempt(folder, c)));
     }
-    const int again = first == 0 ? 0
-                      : c.kind == ImportPrices
-                          ? runImport(QDir(folder).filePath(QStringLiteral("articles.db")), c, {})
-                          : attempt(c);
-    say(out, "S " + QByteArray::number(again));
     _exit(0);  // as a crash would: what is committed must be on disk already
-}
-
-QByteArray readLine(int fd) {
-    QByteArray line;
-    char c = 0;
-    while (read(fd, &c, 1) == 1 && c != '\n') {
-        line += c;
-    }
-    return line;
 }
 
 bool copyFolder(const QString& from, const QString& to) {
@@ -192,6 +155,51 @@ struct Outcome {
     unsigned long long counts[4] = {0, 0, 0, 0};
 };
 
+// Checks what the stopped case process reported and left on disk.
+void checkFault(Outcome& outcome, const QByteArray& reported, const QString& folder,
+                const Model& model, const Change& c, const FaultKind& kind) {
+    const QList<QByteArray> parts = reported.split(' ');
+    if (parts.size() != 7 || parts[0] != "R") {
+        outcome.failure = QStringLiteral("the case process failed: ") + QString::fromUtf8(reported);
+        return;
+    }
+    outcome.result = parts[1].toInt();
+    outcome.hit = parts[2] == "1";
+    for (int i = 0; i < 4; ++i) {
+        outcome.counts[i] = parts[3 + i].toULongLong();
+    }
+    // A change made twice (prices converted once) matches neither state: the verifier says so.
+    const Verdict during = verifyFolder(folder, model, {c});
+    if (outcome.result == -2) {
+        outcome.failure = QStringLiteral("the operation threw");
+    } else if (c.kind == ImportPrices && outcome.result != 0 && outcome.result != 4) {
+        // The disk failed: a database failure, never the rows' fault, never a crash.
+        outcome.failure = QStringLiteral("articlectl ended with %1").arg(outcome.result);
+    } else if (during.held < 0) {
+        outcome.failure = QStringLiteral("after the fault: ") + during.why;
+    } else if (outcome.result == 0 && during.held != 1) {
+        outcome.failure =
+            QStringLiteral("reported success, but %1 changes are stored").arg(during.held);
+    }
+    outcome.failedYetStored = outcome.result != 0 && during.held == 1;
+    // After a reboot the WAL index is rebuilt from the WAL file alone: a refused commit whose
+    // frames reached the file must not come back then.
+    const QString rebooted = folder + QStringLiteral("-rebooted");
+    const Verdict reboot =
+        copyFolder(folder, rebooted) ? verifyFolder(rebooted, model, {c}) : Verdict();
+    if (outcome.failure.isEmpty() && reboot.held < 0) {
+        outcome.failure = QStringLiteral("after the fault and a reboot: ") + reboot.why;
+    } else if (kind.ioClass == IO_SYNC && outcome.result != 0 && reboot.held == 1) {
+        // The commit's frames reached the file, only their flush failed: whether they last is
+        // unknown, and a rebuilt index finds them. Nothing acknowledged is lost; counted.
+        outcome.backAfterReboot = true;
+    } else if (outcome.failure.isEmpty() && reboot.held != during.held) {
+        outcome.failure = QStringLiteral("%1 changes are stored, %2 after a reboot")
+                              .arg(during.held)
+                              .arg(reboot.held);
+    }
+}
+
 Outcome runOne(const QString& base, const QString& folder, const Model& model, const Change& c,
                const FaultKind& kind, unsigned long long n) {
     Outcome outcome;
@@ -199,81 +207,31 @@ Outcome runOne(const QString& base, const QString& folder, const Model& model, c
         outcome.failure = QStringLiteral("harness: the catalogue cannot be copied");
         return outcome;
     }
-    int goPipe[2];
-    if (pipe(goPipe) != 0) {
-        outcome.failure = QStringLiteral("harness: no pipe");
-        return outcome;
-    }
-    int fd = -1;
-    const pid_t child = spawn(fd, [&](int out) {
-        close(goPipe[1]);
-        runCase(folder, c, kind, n, goPipe[0], out);
-    });
-    close(goPipe[0]);
-    const QByteArray reported = readLine(fd);
-    const QList<QByteArray> parts = reported.split(' ');
-    // A change made twice (prices converted once) matches neither state: the verifier says so.
-    const std::vector<Change> once{c};
-    if (parts.size() != 7 || parts[0] != "R") {
-        outcome.failure = QStringLiteral("the case process failed: ") + QString::fromUtf8(reported);
-    } else {
-        outcome.result = parts[1].toInt();
-        outcome.hit = parts[2] == "1";
-        for (int i = 0; i < 4; ++i) {
-            outcome.counts[i] = parts[3 + i].toULongLong();
-        }
-        // Checked while the failed operation's connection is still open, as the register's is.
-        const Verdict during = verifyFolder(folder, model, once);
-        if (outcome.result == -2) {
-            outcome.failure = QStringLiteral("the operation threw");
-        } else if (c.kind == ImportPrices && outcome.result != 0 && outcome.result != 4) {
-            // The disk failed: a database failure, never the rows' fault, never a crash.
-            outcome.failure = QStringLiteral("articlectl ended with %1").arg(outcome.result);
-        } else if (during.held < 0) {
-            outcome.failure = QStringLiteral("after the fault: ") + during.why;
-        } else if (outcome.result == 0 && during.held != 1) {
+    const auto stopped = [&](pid_t pid, int fd) {
+        const QByteArray reported = readLine(fd);
+        int status = 0;
+        if (waitpid(pid, &status, WUNTRACED) != pid || !WIFSTOPPED(status)) {
             outcome.failure =
-                QStringLiteral("reported success, but %1 changes are stored").arg(during.held);
+                QStringLiteral("the case process failed: ") + QString::fromUtf8(reported);
+            return;
         }
-        outcome.failedYetStored = outcome.result != 0 && during.held == 1;
-        // After a reboot the WAL index is rebuilt from the WAL file alone: a refused commit whose
-        // frames reached the file must not come back then.
-        const QString rebooted = folder + QStringLiteral("-rebooted");
-        const Verdict reboot =
-            copyFolder(folder, rebooted) ? verifyFolder(rebooted, model, once) : Verdict();
-        if (outcome.failure.isEmpty() && reboot.held < 0) {
-            outcome.failure = QStringLiteral("after the fault and a reboot: ") + reboot.why;
-        } else if (kind.ioClass == IO_SYNC && outcome.result != 0 && reboot.held == 1) {
-            // The commit's frames reached the file, only their flush failed: whether they last
-            // is unknown, and a rebuilt index finds them. Nothing acknowledged is lost; counted.
-            outcome.backAfterReboot = true;
-        } else if (outcome.failure.isEmpty() && reboot.held != during.held) {
-            outcome.failure = QStringLiteral("%1 changes are stored, %2 after a reboot")
-                                  .arg(during.held)
-                                  .arg(reboot.held);
-        }
-    }
-    if (write(goPipe[1], "g", 1) != 1) {
-        outcome.failure = QStringLiteral("harness: the case process is gone");
-    }
-    close(goPipe[1]);
-    QByteArray retried = readLine(fd);
-    close(fd);
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (retried == "S restart") {
-        const Ended restarted = runChild([&](int out) {
+        checkFault(outcome, reported, folder, model, c, kind);
+        kill(pid, SIGCONT);
+    };
+    Ended ended = runChild([&](int out) { runCase(folder, c, kind, n, out); }, stopped);
+    if (ended.lines.value(0) == "S restart") {
+        ended = runChild([&](int out) {
             startWorker(folder, out);
-            say(out, "S " + QByteArray::number(attempt(c)));
+            say(out, "S " + QByteArray::number(attempt(folder, c)));
             _exit(0);
         });
-        retried = restarted.lines.value(restarted.lines.size() - 1);
     }
+    const QByteArray retried = ended.lines.value(ended.lines.size() - 1);
     if (!outcome.failure.isEmpty()) {
         return outcome;
     }
     const int again = retried.startsWith("S ") ? retried.mid(2).toInt() : -3;
-    const Verdict after = verifyFolder(folder, model, once);
+    const Verdict after = verifyFolder(folder, model, {c});
     if (after.held < 0) {
         outcome.failure = QStringLiteral("after the retry: ") + after.why;
     } else if (after.held != 1) {
@@ -295,46 +253,34 @@ std::set<unsigned long long> sample(unsigned long long count, unsigned long long
     return picked;
 }
 
-// Builds the starting catalogue in `folder`; the model of it, or an error.
-QString buildBase(const QString& folder, Model& model) {
-    QDir().mkpath(folder);
-    const std::vector<Change> changes = baseChanges();
-    const Ended ended = runChild([&](int out) {
-        startWorker(folder, out);
-        for (const Change& c : changes) {
-            say(out, perform(*G::articleManager, c) == 0 ? "C" : "E a change was refused");
-        }
-        _exit(0);
-    });
-    if (ended.lines.count("C") != static_cast<int>(changes.size())) {
-        return QStringLiteral("the catalogue cannot be built: ") +
-               QString::fromUtf8(ended.lines.join(' '));
-    }
-    for (const Change& c : changes) {
-        apply(model, c);
-    }
-    return QString();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    const Options options =
-        parseOptions("usage: fault_injection [--max N] [--self-test]", "--max", 8);
+    const Options options = parseOptions("usage: fault_injection [--max N] [--self-test]", 8);
     const auto most = static_cast<unsigned long long>(options.runs);
-    if (most < 2 || power_cut_vfs_register() != 0) {
-        std::fprintf(stderr, "fault_injection: --max below 2, or the VFS does not register\n");
-        return 2;
-    }
-    QTemporaryDir root(QDir::temp().filePath(QStringLiteral("fault_injection-XXXXXX")));
-    const QString base = QDir(root.path()).filePath(QStringLiteral("base"));
-    const QString folder = QDir(root.path()).filePath(QStringLiteral("case"));
+    const QString baseFolder = QDir(options.folder).filePath(QStringLiteral("base"));
+    const QString folder = QDir(options.folder).filePath(QStringLiteral("case"));
+    // The starting catalogue.
+    QDir().mkpath(baseFolder);
+    const Ended built = runChild([&](int out) {
+        startWorker(baseFolder, out);
+        for (const Change& c : base) {
+            say(out, perform(*G::articleManager, c) == 0 ? "C" : "E a change was refused");
+        }
+        _exit(0);
+    });
     Model model;
-    const QString built = buildBase(base, model);
-    if (!built.isEmpty()) {
-        std::printf("fault_injection: HARNESS FAILED %s\n", qPrintable(built));
-        return 2;
+    for (const Change& c : base) {
+        apply(model, c);
+    }
+    if (most < 2 || power_cut_vfs_register() != 0 ||
+        built.lines.count("C") != static_cast<int>(base.size())) {
+        return finish(options,
+                      QStringLiteral("--max below 2, the VFS does not register or the catalogue "
+                                     "cannot be built: ") +
+                          QString::fromUtf8(built.lines.join(' ')),
+                      {});
     }
 
     const std::vector<FaultKind> kinds =
@@ -342,42 +288,43 @@ int main(int argc, char** argv) {
                          : std::vector<FaultKind>(std::begin(faultKinds), std::end(faultKinds));
     int cases = 0;
     int failures = 0;
-    for (const Operation& operation : operations()) {
+    for (const Change& operation : operations) {
+        const char* name = kindNames[operation.kind];
         // A clean run counts the I/Os of each kind the operation makes.
-        const Outcome clean = runOne(base, folder, model, operation.change, kinds[0], 0);
+        const Outcome clean = runOne(baseFolder, folder, model, operation, kinds[0], 0);
         if (!clean.failure.isEmpty() || clean.result != 0) {
-            std::printf("fault_injection: HARNESS FAILED %s without a fault: %d %s\n",
-                        operation.name, clean.result, qPrintable(clean.failure));
-            return 2;
+            return finish(options,
+                          QStringLiteral("%1 without a fault: %2 %3")
+                              .arg(QLatin1String(name))
+                              .arg(clean.result)
+                              .arg(clean.failure),
+                          {});
         }
-        std::printf("%s: %llu writes, %llu syncs, %llu reads, %llu locks\n", operation.name,
+        std::printf("%s: %llu writes, %llu syncs, %llu reads, %llu locks\n", name,
                     clean.counts[IO_WRITE], clean.counts[IO_SYNC], clean.counts[IO_READ],
                     clean.counts[IO_LOCK]);
         for (const FaultKind& kind : kinds) {
             int injected = 0;
-            int refused = 0;
             int absorbed = 0;
             int storedAnyway = 0;
             int afterReboot = 0;
             std::set<int> results;
             for (const unsigned long long n : sample(clean.counts[kind.ioClass], most)) {
-                const Outcome outcome = runOne(base, folder, model, operation.change, kind, n);
+                const Outcome outcome = runOne(baseFolder, folder, model, operation, kind, n);
                 ++cases;
                 if (!outcome.hit) {
                     continue;  // the I/Os ran differently this time: nothing failed
                 }
                 ++injected;
-                if (outcome.result == 0) {
-                    ++absorbed;
-                } else {
-                    ++refused;
+                absorbed += outcome.result == 0 ? 1 : 0;
+                if (outcome.result != 0) {
                     results.insert(outcome.result);
                 }
                 storedAnyway += outcome.failedYetStored ? 1 : 0;
                 afterReboot += outcome.backAfterReboot ? 1 : 0;
                 if (!outcome.failure.isEmpty()) {
                     ++failures;
-                    std::printf("  FAILED %s at %s %llu: %s\n", operation.name, kind.name, n,
+                    std::printf("  FAILED %s at %s %llu: %s\n", name, kind.name, n,
                                 qPrintable(outcome.failure));
                 }
             }
@@ -388,11 +335,12 @@ int main(int argc, char** argv) {
             std::printf(
                 "  %-18s %2d injected: %2d refused (result %s), %2d absorbed, %d refused yet "
                 "stored, %d refused yet stored after a reboot\n",
-                kind.name, injected, refused, qPrintable(codes.join(QLatin1Char('/'))), absorbed,
-                storedAnyway, afterReboot);
+                kind.name, injected, injected - absorbed, qPrintable(codes.join(QLatin1Char('/'))),
+                absorbed, storedAnyway, afterReboot);
             std::fflush(stdout);
         }
     }
     std::printf("fault_injection: %d cases, %d failed\n", cases, failures);
-    return failures == 0 ? 0 : 1;
+    return finish(options, {},
+                  failures == 0 ? QString() : QStringLiteral("FAILED %1 cases").arg(failures));
 }

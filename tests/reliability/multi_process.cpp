@@ -65,9 +65,7 @@ qint64 now() {
 }
 
 QString slotBarcode(qint64 at) {
-    const QString digits =
-        QStringLiteral("591%1").arg(at / slotNs % 1000000000, 9, 10, QLatin1Char('0'));
-    return digits + QString::number(SpecialBarcodeRecognizer::Ean13CheckDigit(digits));
+    return ean13("591", static_cast<quint64>(at / slotNs));
 }
 
 // One call as its process recorded it. An item is TYPE KEY:VALUE: p/n a price/name written to
@@ -152,19 +150,14 @@ struct Writer {
 
 // Through the library: a new price, or (half of the time) a new name and price.
 int write(ArticleManager& manager, Writer& writer, Call& call) {
-    const unsigned int plu = writer.Plu();
-    const qint64 price = writer.Price();
-    call.Add('p', plu, price);
-    if (writer.random() % 2 == 0) {
-        return manager.GetEditor()->UpdateArticlePrice(plu, PriceValue(price));
+    Change change{SetPrice, writer.Plu(), {}, {}, writer.Price()};
+    call.Add('p', change.plu, change.price);
+    if (writer.random() % 2 == 1) {
+        change.kind = EditArticle;
+        change.text = writer.Name();
+        call.Add('n', change.plu, change.text);
     }
-    const QString name = writer.Name();
-    call.Add('n', plu, name);
-    Article article;
-    const int found = manager.GetSeeker()->FindPlu(plu, article, false);
-    article.name = name;
-    article.price = price;
-    return found != 0 ? found : manager.GetEditor()->EditRecord(article);
+    return perform(manager, change);
 }
 
 void addArticles(Call& call, const QVector<Article>& articles) {
@@ -177,8 +170,7 @@ void addArticles(Call& call, const QVector<Article>& articles) {
 [[noreturn]] void libraryProcess(const QString& folder, Writer writer, qint64 deadline, bool lie,
                                  int fd) {
     Call call{writer.process, "Start", now()};  // the register starts while others work
-    Library library;
-    const QString why = library.Start(folder);
+    const QString why = startLibrary(folder);
     call.End(why.isEmpty(), false, why);
     say(fd, call.Serialize());
     std::map<unsigned int, QList<QByteArray>> answered;  // the last answer for each PLU
@@ -219,9 +211,7 @@ void addArticles(Call& call, const QVector<Article>& articles) {
             call.kind = "AddBarcode";
             const QString code = slotBarcode(call.start);
             call.Add('b', code, plu);
-            result = manager.GetSeeker()->FindPlu(plu, article, false);
-            result = result != 0 ? result
-                                 : manager.GetBarcodeManager()->AddRecord(article.id, code, false);
+            result = perform(manager, Change{AddBarcode, plu, code, {}, 0, false});
             result = lie && result == DB_OPERATION_ALREADY_EXISTS ? 0 : result;
         } else if (roll < 90) {
             call.kind = "FindArticleByBarcode";
@@ -349,30 +339,10 @@ QString fieldOf(const QByteArray& item) {
                                        QString::fromUtf8(key(item)));
 }
 
-// What the folder holds at the end, read by a process of its own: "n3 NAME", "p3 PRICE",
-// "bCODE PLU" lines, and "E why" when something is wrong.
-Ended readEnd(const QString& folder) {
-    return runChild([&](int out) {
-        Model stored;
-        const QString why = readFolder(folder, stored);
-        for (const auto& [plu, article] : stored.articles) {
-            const QByteArray number = QByteArray::number(plu);
-            say(out, 'n' + number + ' ' + article.name.toUtf8().toPercentEncoding());
-            say(out, 'p' + number + ' ' + QByteArray::number(article.price));
-            for (auto b = article.barcodes.cbegin(); b != article.barcodes.cend(); ++b) {
-                say(out, 'b' + b.key().toUtf8() + ' ' + number);
-            }
-        }
-        if (!why.isEmpty()) {
-            say(out, "E " + why.toUtf8().toPercentEncoding(" "));
-        }
-        _exit(0);
-    });
-}
-
 // Feeds the calls and the end state to the history; the articles a search listed twice. Adds
 // never replace a barcode, so at most one add of each may be acknowledged.
-int check(History& history, const std::vector<Call>& calls, const QList<QByteArray>& end) {
+int check(History& history, const std::vector<Call>& calls, const QStringList& stored,
+          const QString& why) {
     std::map<QByteArray, const Call*> added;  // barcode: its acknowledged add
     for (const Call& call : calls) {
         const auto fail = [&](const char* kind) {
@@ -433,17 +403,19 @@ int check(History& history, const std::vector<Call>& calls, const QList<QByteArr
     for (const auto& code : added) {
         held[code.first];
     }
-    for (const QByteArray& line : end) {
-        const QByteArray what = line.left(line.indexOf(' '));
-        const QString rest =
-            QString::fromUtf8(QByteArray::fromPercentEncoding(line.mid(what.size() + 1)));
-        if (what == "E") {
-            history.Fail(QStringLiteral("the file at the end is not right"), rest);
-        } else if (what.startsWith('b')) {
-            held[what.mid(1)] << rest;
-        } else if (what.mid(1).toUInt() <= pool) {
-            history.Check({fieldOf(what + ':'), rest, QStringLiteral("the end"), History::atEnd,
-                           History::atEnd});
+    if (!why.isEmpty()) {
+        history.Fail(QStringLiteral("the file at the end is not right"), why);
+    }
+    for (const QString& line : stored) {  // "PLU n | name | price | ...", "barcode C | PLU n | ..."
+        const QStringList parts = line.split(QStringLiteral(" | "));
+        const QByteArray plu = parts.value(0).section(' ', 1).toUtf8();
+        if (line.startsWith(QStringLiteral("barcode "))) {
+            held[plu] << parts.value(1).mid(4);
+        } else if (line.startsWith(QStringLiteral("PLU ")) && plu.toUInt() <= pool) {
+            history.Check({fieldOf('n' + plu + ':'), parts.value(1), QStringLiteral("the end"),
+                           History::atEnd, History::atEnd});
+            history.Check({fieldOf('p' + plu + ':'), parts.value(2), QStringLiteral("the end"),
+                           History::atEnd, History::atEnd});
         }
     }
     for (const auto& [code, plus] : held) {
@@ -466,8 +438,8 @@ int main(int argc, char** argv) {
     const Options options = parseOptions(
         "usage: multi_process [--processes N] [--seconds S] [--seed SEED] [--dir FOLDER] "
         "[--self-test]",
-        "--processes", 3);
-    const QString folder = rootFolder(options, "multi_process");
+        3);
+    const QString& folder = options.folder;
     QDir dir(folder);
     for (const QString& name :
          dir.entryList({"articles.db*", "receipts.db*", "calls-*", "tool-*"})) {
@@ -487,8 +459,7 @@ int main(int argc, char** argv) {
     }
     // Process 0 makes the articles everyone works on.
     const Ended setUp = runChild([&](int out) {
-        Library library;
-        const QString why = library.Start(folder);
+        const QString why = startLibrary(folder);
         for (unsigned int plu = 1; plu <= pool && why.isEmpty(); ++plu) {
             const QString name = QStringLiteral("%1 p0 s%2").arg(searched).arg(plu);
             Call call{0, "AddRecord", now()};
@@ -539,16 +510,13 @@ int main(int argc, char** argv) {
             calls.push_back(call);
         }
     }
-    const Ended end = readEnd(folder);
-    if (!failure.isEmpty() || end.status != 0) {
-        std::printf(
-            "multi_process: HARNESS FAILED %s (in %s, seed %llu)\n",
-            qPrintable(failure.isEmpty() ? QStringLiteral("the final reader failed") : failure),
-            qPrintable(folder), static_cast<unsigned long long>(options.seed));
-        return 2;
+    if (!failure.isEmpty()) {
+        return finish(options, failure, {});
     }
+    QString why;
+    const QStringList stored = readStored(folder, why);
     History history;
-    const int listedTwice = check(history, calls, end.lines);
+    const int listedTwice = check(history, calls, stored, why);
     const QStringList failures = history.Report();
     const auto found = history.Finish();
     const auto stale = found.find(QStringLiteral("a stale answer"));
@@ -586,16 +554,7 @@ int main(int argc, char** argv) {
     for (const QString& line : failures) {
         std::printf("  %s\n", qPrintable(line));
     }
-    const bool kept = !failures.empty() && (!options.selfTest || !options.folder.isEmpty());
-    if (!failures.empty()) {
-        std::printf("multi_process: FAILED %d checks%s (seed %llu)\n",
-                    static_cast<int>(failures.size()),
-                    kept ? qPrintable(QStringLiteral("; the files are kept in ") + folder) : "",
-                    static_cast<unsigned long long>(options.seed));
-    }
-    if (!kept && options.folder.isEmpty()) {
-        // Nothing to look into: no failure, or the one a self-test expects.
-        QDir(folder).removeRecursively();
-    }
-    return failures.empty() ? 0 : 1;
+    return finish(
+        options, {},
+        failures.empty() ? QString() : QStringLiteral("FAILED %1 checks").arg(failures.size()));
 }

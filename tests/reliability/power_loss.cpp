@@ -20,6 +20,9 @@
 // many. Exit status: 0 nothing lost, 1 acknowledged changes lost or a file damaged, 2 the
 // harness itself failed.
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QDir>
 #include <algorithm>
@@ -35,8 +38,8 @@ constexpr int maxChanges = 150;
 constexpr int freshEvery = 25;
 constexpr int importEvery = 5;
 
-const char* const kindNames[] = {"all unsynced writes lost", "some unsynced writes lost",
-                                 "unsynced writes torn"};
+const char* const cutNames[] = {"all unsynced writes lost", "some unsynced writes lost",
+                                "unsynced writes torn"};
 
 bool off() {
     return power_cut_vfs_is_off() != 0;
@@ -72,8 +75,8 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     const Options options = parseOptions(
         "usage: power_loss [--cuts N] [--seconds S] [--seed SEED] [--dir FOLDER] [--self-test]",
-        "--cuts", 300);
-    const QString root = rootFolder(options, "power_loss");
+        300);
+    const QString& root = options.folder;
     const QString folder = QDir(root).filePath(QStringLiteral("catalogue"));
     const QString images = QDir(root).filePath(QStringLiteral("after-cut"));
     // The I/Os of a whole import, as the last one not cut made them; cuts fall among them.
@@ -95,7 +98,7 @@ int main(int argc, char** argv) {
                       &report);
         Round r;
         r.folder = images;
-        r.label = QStringLiteral("articlectl import, ") + QLatin1String(kindNames[kind]);
+        r.label = QStringLiteral("articlectl import, ") + QLatin1String(cutNames[kind]);
         r.ended.lines << "I " + change.Serialize();
         const unsigned long long ios = report.split(' ').value(0).toULongLong();
         if (status == 0) {
@@ -126,7 +129,7 @@ int main(int argc, char** argv) {
         const quint64 seed = random();
         Round r;
         r.folder = images;
-        r.label = QLatin1String(kindNames[kind]);
+        r.label = QLatin1String(cutNames[kind]);
         r.ended = runChild(
             [&](int out) { work(folder, images, model, seed, kind, options.selfTest, out); });
         const QByteArray last = r.ended.lines.value(r.ended.lines.size() - 1);
@@ -137,10 +140,10 @@ int main(int argc, char** argv) {
                             .arg(QString::fromUtf8(last));
         }
         r.where = QStringLiteral(" (%1, at I/O %2)")
-                      .arg(QLatin1String(kindNames[kind]), QString::fromUtf8(last.mid(2)));
+                      .arg(QLatin1String(cutNames[kind]), QString::fromUtf8(last.mid(2)));
         return r;
     };
-    return runRounds("power_loss", "cuts", options, root, round, [&] {
+    return runRounds("cuts", options, round, [&] {
         QDir(folder).removeRecursively();
         QDir().rename(images, folder);
     });
