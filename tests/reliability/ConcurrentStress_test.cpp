@@ -353,14 +353,12 @@ protected:
 
     // The stored state against what the history allows once every write has ended.
     void CheckStored() {
-        const auto stored = [&](const QString& name, const QString& value) {
-            history.Check({name, value, "the end"_q, History::atEnd, History::atEnd});
-        };
         for (unsigned int plu = 1; plu <= pluCount; ++plu) {
             const QStringList row =
                 Raw().Rows("SELECT art_name, price FROM Article WHERE plu_no = %1"_q.arg(plu));
-            stored(field("name", plu), row.isEmpty() ? absent : row[0].section('|', 0, 0));
-            stored(field("price", plu), row.isEmpty() ? absent : row[0].section('|', 1));
+            history.CheckEnd(field("name", plu),
+                             row.isEmpty() ? absent : row[0].section('|', 0, 0));
+            history.CheckEnd(field("price", plu), row.isEmpty() ? absent : row[0].section('|', 1));
         }
         QMap<QString, QString> holders;
         for (
@@ -373,15 +371,18 @@ protected:
             if (holder.contains(' ')) {
                 history.Fail("a barcode is on two articles"_q, "at the end: "_q + barcodeText(n));
             }
-            stored(field("barcode", barcodeText(n)), holder);
+            history.CheckEnd(field("barcode", barcodeText(n)), holder);
         }
         for (unsigned int dept = 1; dept <= deptCount; ++dept) {
-            stored(field("dept", dept), manager->GetDeptDBManager()->GetDept(dept)->GetName());
-            stored(field("dept", dept),
-                   Raw().Text("SELECT dept_name FROM Dept WHERE dept_id = %1"_q.arg(dept)));
+            history.CheckEnd(field("dept", dept),
+                             manager->GetDeptDBManager()->GetDept(dept)->GetName());
+            history.CheckEnd(
+                field("dept", dept),
+                Raw().Text("SELECT dept_name FROM Dept WHERE dept_id = %1"_q.arg(dept)));
         }
-        stored("rates"_q,
-               Raw().Rows("SELECT tax_rate_val FROM TaxRates ORDER BY tax_rate_id"_q).join(' '));
+        history.CheckEnd(
+            "rates"_q,
+            Raw().Rows("SELECT tax_rate_val FROM TaxRates ORDER BY tax_rate_id"_q).join(' '));
         for (const QString& problem : history.Report()) {
             ADD_FAILURE() << problem.toStdString();
         }
@@ -417,7 +418,7 @@ TEST(ConcurrentStressHistory, ReportsReadsNoWriteExplains) {
     for (const QString& wrong : {"a"_q, "c"_q, "d"_q, "e"_q}) {
         history.Check({f, wrong, "r"_q, start, end});
     }
-    history.Check({f, "b"_q, "r"_q, History::atEnd, History::atEnd});
+    history.CheckEnd(f, "b"_q);
     EXPECT_EQ(5, history.Failures());
     EXPECT_EQ(4u, history.Finish().size());  // stale, not acknowledged, not begun, lost
     EXPECT_EQ(6, history.Failures());

@@ -40,6 +40,10 @@ public:
     // Judges a read, and records what is wrong with it. A read only a write not yet ended
     // explains is judged again by Finish.
     void Check(const Read& read);
+    // Judges a value of the final state, once every write has ended.
+    void CheckEnd(const QString& field, const QString& value) {
+        Check({field, value, QStringLiteral("the end"), atEnd, atEnd});
+    }
     void Fail(const QString& kind, const QString& example);
     int Failures() const { return failures; }
     // Judges the reads left open; what failed, by kind, with the examples in order.

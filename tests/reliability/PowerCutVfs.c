@@ -198,15 +198,15 @@ static int pcRead(sqlite3_file* file, void* data, int size, sqlite3_int64 offset
     if (isOff()) {
         return SQLITE_IOERR_READ;
     }
-    if (faulty(IO_READ)) {
-        if (faultKind != IO_FAULT_SHORT) {
-            return SQLITE_IOERR_READ;
-        }
-        const int rc = p->real->pMethods->xRead(p->real, data, size / 2, offset);
-        memset((unsigned char*)data + size / 2, 0, (size_t)(size - size / 2));
-        return rc == SQLITE_OK ? SQLITE_IOERR_SHORT_READ : rc;
+    const int fault = faulty(IO_READ);
+    if (fault && faultKind != IO_FAULT_SHORT) {
+        return SQLITE_IOERR_READ;
     }
-    return p->real->pMethods->xRead(p->real, data, size, offset);
+    const int rc = p->real->pMethods->xRead(p->real, data, fault ? size / 2 : size, offset);
+    if (fault) {
+        memset((unsigned char*)data + size / 2, 0, (size_t)(size - size / 2));
+    }
+    return rc == SQLITE_OK && fault ? SQLITE_IOERR_SHORT_READ : rc;
 }
 
 static int pcWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
@@ -214,25 +214,21 @@ static int pcWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64
     if (!powered()) {
         return SQLITE_IOERR_WRITE;
     }
-    if (faulty(IO_WRITE)) {
-        if (faultKind == IO_FAULT_LIE) {
-            return SQLITE_OK;
-        }
-        if (faultKind != IO_FAULT_FULL && faultKind != IO_FAULT_SHORT) {
-            return SQLITE_IOERR_WRITE;
-        }
-        /* What a disk that fills up midway leaves: the first part written. */
-        const int rc = p->real->pMethods->xWrite(p->real, data, size / 2, offset);
-        if (rc == SQLITE_OK && p->tracked) {
-            LOCKED(record(p->tracked, 0, offset, data, (size_t)(size / 2)));
-        }
-        return rc != SQLITE_OK ? rc : faultKind == IO_FAULT_FULL ? SQLITE_FULL : SQLITE_IOERR_WRITE;
+    const int fault = faulty(IO_WRITE);
+    if (fault && faultKind == IO_FAULT_LIE) {
+        return SQLITE_OK;
+    } else if (fault && faultKind != IO_FAULT_FULL && faultKind != IO_FAULT_SHORT) {
+        return SQLITE_IOERR_WRITE;
     }
-    const int rc = p->real->pMethods->xWrite(p->real, data, size, offset);
+    /* What a disk that fills up midway leaves: the first half written. */
+    const int written = fault ? size / 2 : size;
+    const int rc = p->real->pMethods->xWrite(p->real, data, written, offset);
     if (rc == SQLITE_OK && p->tracked) {
-        LOCKED(record(p->tracked, 0, offset, data, (size_t)size));
+        LOCKED(record(p->tracked, 0, offset, data, (size_t)written));
     }
-    return rc;
+    return rc != SQLITE_OK || !fault    ? rc
+           : faultKind == IO_FAULT_FULL ? SQLITE_FULL
+                                        : SQLITE_IOERR_WRITE;
 }
 
 static int pcTruncate(sqlite3_file* file, sqlite3_int64 size) {
@@ -424,27 +420,15 @@ int power_cut_vfs_write_images(const char* folder, enum PowerCutKind kind,
         }
         for (size_t k = 0; k < t->opCount && kind != POWER_CUT_LOSE_ALL; ++k) {
             const Op* op = &t->ops[k];
-            if (op->truncate) {
-                continue; /* an unsynced size change is undone */
-            }
-            if (kind == POWER_CUT_LOSE_SOME) {
-                if (nextRandom(&state) & 1) {
-                    place(&image, &size, op->offset, op->data, op->size);
-                }
-                continue;
-            }
-            /* Torn: each piece between 512-byte boundaries of the file survives or not. */
-            size_t done = 0;
-            while (done < op->size) {
+            /* An unsynced size change is undone. Each write survives or not as a whole, or when
+             * torn each piece of it between 512-byte boundaries of the file does. */
+            for (size_t done = 0, piece; !op->truncate && done < op->size; done += piece) {
                 const sqlite3_int64 at = op->offset + (sqlite3_int64)done;
-                size_t piece = sector - (size_t)(at % sector);
-                if (piece > op->size - done) {
-                    piece = op->size - done;
-                }
+                piece = kind == POWER_CUT_TEAR ? sector - (size_t)(at % sector) : op->size;
+                piece = piece < op->size - done ? piece : op->size - done;
                 if (nextRandom(&state) & 1) {
                     place(&image, &size, at, op->data + done, piece);
                 }
-                done += piece;
             }
         }
         const char* base = strrchr(t->path, '/');

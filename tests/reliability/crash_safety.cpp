@@ -1,20 +1,12 @@
-// crash_safety: kills a process that keeps changing the catalogue, again and again, and checks
-// after every kill that the database is whole, opens, starts the library, and holds every
-// change the process reported.
-//
-// A worker process adds, edits and deletes articles and barcodes and changes prices through the
-// library's public API, one call per change. Before each call it tells the parent what it is
-// about to do; after the call returned success it says so. The parent kills it with SIGKILL
-// after a random delay, then lets a verifier process open the file the way the register does
-// and compare it with the parent's record: every reported change must be there, exactly; the
-// one change in flight when the kill came may be there whole or not at all, never in part. The
-// first kills land while a new file is still being created.
+// crash_safety: a worker process changes the catalogue through the library, telling the parent
+// each change before the call and again once it succeeded, and is killed with SIGKILL after a
+// random delay (the first kills while a new file is still being created). The verifier then
+// finds every reported change in the file, exactly; the one in flight whole or not at all.
 //
 // Usage: crash_safety [--kills N] [--seconds S] [--seed SEED] [--dir FOLDER]
-// Stops after N kills (default 200) or S seconds (default 600), whichever comes first. The
-// seed fixes the changes and the delays before each kill, so a failure can be replayed with the
-// same --seed (the moments the kills land still vary with the machine's speed). Exit status: 0
-// nothing lost, 1 reported changes lost or the file damaged, 2 the worker or the harness failed.
+// Stops after N kills (default 200) or S seconds (default 600). The seed fixes the changes and
+// the delays (the moments the kills land still vary with the machine's speed). Exit status as
+// finish() in CatalogueWorkload.h says.
 
 #include <signal.h>
 #include <sys/wait.h>

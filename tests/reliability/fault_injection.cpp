@@ -1,27 +1,19 @@
-// fault_injection: fails single I/Os under the library's write operations and checks each time
-// that the failure is reported and harms nothing.
-//
-// The operations are the library's public writes and an `articlectl import`, the tool run on
-// the same VFS through LD_PRELOAD (PowerCutPreload.c).
-//
-// For each operation it first counts the writes, syncs, reads and locks the operation makes on a
-// copy of a small catalogue; then, for each of them (or an even sample when there are many), it
-// runs the operation again on a fresh copy with that one I/O failing once (PowerCutVfs, see
-// IoFault for the errors) and checks:
-//   - the operation returned non-zero and did not throw, or returned 0 and its change is stored
-//     (SQLite absorbed the fault, e.g. in a checkpoint after the commit);
-//   - while the failed operation's process still holds the database, a fresh process finds the
-//     file whole (integrity_check), every earlier change there, and either nothing or exactly
-//     the change;
+// fault_injection: fails single I/Os (PowerCutVfs, see IoFault) under each kind of write the
+// library makes and under an `articlectl import` on the same VFS (PowerCutPreload.c). A clean run
+// of each operation on a copy of a small catalogue counts its writes, syncs, reads and locks;
+// then, for each of them (or an even sample), the operation runs again on a fresh copy with that
+// one I/O failing once, and:
+//   - it returned non-zero and did not throw, or returned 0 and its change is stored (SQLite
+//     absorbed the fault, e.g. in a checkpoint after the commit);
+//   - while its process still holds the database, and again after a reboot, the verifier finds
+//     the file whole with either nothing or exactly the change;
 //   - once the disk works again, the same operation in the same process succeeds, and the change
 //     is stored exactly once.
-// The stored rows are compared with the shared workload's model by its verifier.
 //
 // Usage: fault_injection [--max N] [--self-test]
 // --max N: at most N faults of each kind per operation (default 8, at least 2; the first and last
-// I/O are always among them). --self-test makes a write report success and drop its data, so
-// changes must be found lost or damaged. Exit status: 0 every check held, 1 a check failed, 2
-// the harness itself failed.
+// I/O always among them). --self-test makes a write report success and drop its data, so changes
+// must be found lost or damaged. Exit status as finish() in CatalogueWorkload.h says.
 
 #include <signal.h>
 #include <sys/wait.h>
