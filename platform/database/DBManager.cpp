@@ -98,6 +98,24 @@ public:
     KeyShape& keyShape(const DBTable* table, std::initializer_list<KeyField> key,
                        const DBColumn* const* columns);
 
+    // Insert's statements for the last shapes of row inserted: a price list import inserts
+    // thousands of rows of the same two shapes, and building, checking and hashing their text
+    // cost more than binding their values.
+    struct InsertShape {
+        // The description's own quoted name: a description is never changed or freed (a changed
+        // table is described anew), so while this text shares its data the row's columns are
+        // known to be the table's and the text below to be right.
+        QString table;
+        QVector<QString> fields;  // the row's column names, in its order
+        QString sql;
+        StatementCache::Hint compiled;
+    };
+    static constexpr int insertShapeCount = 4;
+    InsertShape insertShapes[insertShapeCount];
+    int nextInsertShape = 0;
+    // The remembered shape of `row` (its table described as it stands), or null.
+    InsertShape* knownInsert(const DBRow* row);
+
     const QString fileName;
     const eSchema schema;
     mutable std::recursive_mutex mutex;
@@ -456,6 +474,31 @@ eDBOperationResult DBManager::LoadByKey(const QString& table, std::initializer_l
                               &shape.compiled);
 }
 
+DBManager::Private::InsertShape* DBManager::Private::knownInsert(const DBRow* row) {
+    if (!row || !row->GetTable()) {
+        return nullptr;
+    }
+    const DBTable* table = catalogue.Find(row->GetTable()->GetName(), false);
+    if (!table) {
+        return nullptr;
+    }
+    const QVector<DBField*>& fields = row->GetFields();
+    for (InsertShape& shape : insertShapes) {
+        if (shape.table.constData() != table->GetQuotedName().constData() ||
+            shape.fields.size() != fields.size()) {
+            continue;
+        }
+        int i = 0;
+        while (i < fields.size() && SqlText::Same(shape.fields.at(i), fields[i]->GetColumnName())) {
+            ++i;
+        }
+        if (i == fields.size()) {
+            return &shape;
+        }
+    }
+    return nullptr;
+}
+
 DBManager::Private::KeyShape& DBManager::Private::keyShape(const DBTable* table,
                                                            std::initializer_list<KeyField> key,
                                                            const DBColumn* const* columns) {
@@ -693,8 +736,9 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
         }
     }
     for (const DBRow* row : *rows) {
-        const DBTable* table = d->rowTable(operation, row, outcome);
-        if (!table) {
+        Private::InsertShape* known = d->knownInsert(row);
+        const DBTable* table = known ? nullptr : d->rowTable(operation, row, outcome);
+        if (!known && !table) {
             return outcome;
         }
         if (row->GetTable()->GetName() != rows->GetRow(0)->GetTable()->GetName()) {
@@ -702,8 +746,19 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
                 operation, DB_OPERATION_INVALID_ARGUMENT,
                 QStringLiteral("all rows of one insert must belong to one table"));
         }
-        // Built from the names quoted once per table description: this runs for every row of
-        // a price list import.
+        if (known) {
+            QVector<QVariant> values;
+            values.reserve(row->FieldCount());
+            for (const DBField* field : row->GetFields()) {
+                values.append(field->GetValue());
+            }
+            outcome = d->runner.Write(operation, known->sql, values, nullptr, &known->compiled);
+            if (outcome != DB_OPERATION_SUCCESS) {
+                return outcome;
+            }
+            continue;
+        }
+        // Built from the names quoted once per table description.
         QString sql;
         sql.reserve(96 + 48 * row->FieldCount());
         sql += QLatin1String("INSERT INTO ");
@@ -775,7 +830,16 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
                 }
             }
         }
-        outcome = d->runner.Write(operation, sql, values);
+        Private::InsertShape& shape =
+            d->insertShapes[d->nextInsertShape++ % Private::insertShapeCount];
+        shape = Private::InsertShape();
+        shape.table = table->GetQuotedName();
+        shape.fields.reserve(row->FieldCount());
+        for (const DBField* field : row->GetFields()) {
+            shape.fields.append(field->GetColumnName());
+        }
+        shape.sql = sql;
+        outcome = d->runner.Write(operation, sql, values, nullptr, &shape.compiled);
         if (outcome != DB_OPERATION_SUCCESS) {
             return outcome;
         }

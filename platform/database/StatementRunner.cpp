@@ -190,9 +190,23 @@ eDBOperationResult StatementRunner::ReadValue(const char* operation, const QStri
 }
 
 eDBOperationResult StatementRunner::Write(const char* operation, const QString& sql,
-                                          const QVector<QVariant>& values, int* changes) {
+                                          const QVector<QVariant>& values, int* changes,
+                                          StatementCache::Hint* hint) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    const Lease statement = prepareBound(operation, sql, values, outcome);
+    int compiled = SQLITE_OK;
+    bool multiple = false;
+    SqliteStatement* hinted = hint ? cache.Acquire(sql, *hint, compiled, multiple) : nullptr;
+    Lease statement;
+    if (hinted) {
+        statement = Lease(cache, hinted);
+        const int rc = statement->BindAll(values);
+        if (rc != SQLITE_OK) {
+            return failures.Fail(operation, connection, rc, sql);
+        }
+    } else {
+        // A text that does not compile is compiled again here, which reports it.
+        statement = prepareBound(operation, sql, values, outcome);
+    }
     if (!statement) {
         return outcome;
     }

@@ -103,9 +103,11 @@ public:
     // Runs a statement that returns one value (null when it returns no row).
     eDBOperationResult ReadValue(const char* operation, const QString& sql,
                                  const QVector<QVariant>& values, QVariant& value);
-    // Runs a statement that returns no rows; `changes` receives the rows it changed.
+    // Runs a statement that returns no rows; `changes` receives the rows it changed. With a
+    // `hint`, the compiled statement is found through it while it stays in the cache.
     eDBOperationResult Write(const char* operation, const QString& sql,
-                             const QVector<QVariant>& values, int* changes = nullptr);
+                             const QVector<QVariant>& values, int* changes = nullptr,
+                             StatementCache::Hint* hint = nullptr);
     // Steps a bound statement to its end, appending its rows; returns the last SQLite code
     // (SQLITE_DONE when all went well).
     static int AppendRows(SqliteStatement* statement, const DBTable* table, DBData& rows);

@@ -47,6 +47,37 @@ TEST_F(DBManagerSql, InsertAddsReplacesByKeyOrRefusesAsAWhole) {
     EXPECT_EQ(4, Raw().Count("Article"));
 }
 
+TEST_F(DBManagerSql, RememberedInsertsFollowTheCacheAndTheTable) {
+    const auto keyed = [this](unsigned int id) {
+        return insert({{{"id", id}, {"plu_no", id}, {"art_name", QString::number(id)}}});
+    };
+    ASSERT_EQ(DB_OPERATION_SUCCESS, keyed(1));
+    ASSERT_EQ(DB_OPERATION_SUCCESS, insert({{{"plu_no", 2u}, {"art_name", "B"}}}));
+    // Both statements leave the cache; the next rows of both shapes still go in.
+    for (int i = 0; i < 200; ++i) {
+        articles->Execute(QStringLiteral("SELECT %1").arg(i), nullptr);
+    }
+    EXPECT_EQ(DB_OPERATION_SUCCESS, keyed(1));
+    EXPECT_EQ(DB_OPERATION_SUCCESS, insert({{{"plu_no", 3u}, {"art_name", "C"}}}));
+    // Another connection adds a column (and the table is described again): a row replaced by
+    // its key takes the new column's default.
+    Raw().Exec("ALTER TABLE Article ADD COLUMN extra INTEGER DEFAULT 5");
+    Raw().Exec("UPDATE Article SET extra = 9");
+    articles->GetTable("Article");
+    EXPECT_EQ(DB_OPERATION_SUCCESS, keyed(1));
+    EXPECT_EQ("5", Raw().Text("SELECT extra FROM Article WHERE id = 1"));
+    // ... and takes it away: a row that names it is refused as a first one would be.
+    ASSERT_EQ(DB_OPERATION_SUCCESS, insert({{{"plu_no", 4u}, {"art_name", "D"}, {"extra", 7}}}));
+    Raw().Exec("ALTER TABLE Article DROP COLUMN extra");
+    articles->GetTable("Article");
+    log->Clear();
+    EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT,
+              insert({{{"plu_no", 5u}, {"art_name", "E"}, {"extra", 7}}}));
+    EXPECT_TRUE(log->Mentions("no such column: extra in table Article"))
+        << log->Texts().join('\n').toStdString();
+    EXPECT_EQ(4, Raw().Count("Article"));
+}
+
 TEST_F(DBManagerSql, UnusableRowsAreRefusedBeforeAnythingRuns) {
     AddArticle(1, "A");
     EXPECT_EQ(DB_OPERATION_INVALID_ARGUMENT, articles->Insert(QSharedPointer<DBData>::create()));
