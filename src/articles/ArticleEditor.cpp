@@ -106,6 +106,7 @@ QSharedPointer<DBData> ArticleEditor::articleRow(const Article& article, bool wi
         mainBarcode = article.mainBarcode;
     }
     auto* row = new DBRow(articleTable);
+    row->ReserveFields(17);
     if (withId) {
         row->AppendField(A::id, article.id);
     }

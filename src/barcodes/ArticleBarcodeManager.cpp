@@ -54,15 +54,17 @@ bool neverExists(const QString& barcode) {
 // Whether the barcode is on file, asked of the database itself: the seeker's mutex must not be
 // taken while the database's lock is held, since a seeker thread takes them the other way round.
 bool storedNow(DBManager* db, const DBTable* table, const QString& barcode) {
-    auto* key = new DBRow(table);
-    key->AppendField(B::barcode, barcode);
-    QSharedPointer<DBData> rows = QSharedPointer<DBData>::create();
-    if (db->Load(dataOf(key), DBManager::LOAD_MODE_BY_KEY, rows, false, QString(), 0) !=
-        DB_OPERATION_SUCCESS) {
+    // Load's statement, stopped at the first row: an import asks this for every barcode.
+    const QVariant value(barcode);
+    bool found = false;
+    if (db->LoadByKey(table->GetName(), {{B::barcode, value}}, [&](const DBRowReader&) {
+            found = true;
+            return false;
+        }) != DB_OPERATION_SUCCESS) {
         LogMessage(logLevelError, msgFindError);
         return true;  // as for the seeker's check, a failed lookup counts as taken
     }
-    return !rows->IsEmpty();
+    return found;
 }
 
 }  // namespace
