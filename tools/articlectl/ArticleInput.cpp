@@ -1,6 +1,7 @@
 #include "ArticleInput.h"
 
 #include <QRegularExpression>
+#include <algorithm>
 
 #include "Gs1.h"
 #include "PaymentSystem.h"
@@ -228,19 +229,25 @@ bool ArticleInput::Barcode(const QString& text, QString& barcode, QString& error
     // What a spreadsheet makes of a long number: 5.9E+12, or 5901234123457.00.
     static const QRegularExpression spreadsheetNumber(
         QStringLiteral("^[0-9]+([.,][0-9]*)?[eE][+-]?[0-9]+$|^[0-9]+[.,]0+$"));
-    if (spreadsheetNumber.match(code).hasMatch()) {
+    const auto numberMark = [](QChar c) {
+        return c == QLatin1Char('.') || c == QLatin1Char(',') || c == QLatin1Char('e') ||
+               c == QLatin1Char('E');
+    };
+    // Matched only when it can match: a price list checks a barcode on every row.
+    if (std::any_of(code.begin(), code.end(), numberMark) &&
+        spreadsheetNumber.match(code).hasMatch()) {
         error =
             QStringLiteral("barcode %1 looks like a spreadsheet number: format the column as text")
                 .arg(code);
         return false;
     }
-    QString joined;
-    for (const QChar c : code) {
-        if (!c.isSpace()) {
-            joined.append(c);
+    if (std::any_of(code.begin(), code.end(), [](QChar c) { return c.isSpace(); })) {
+        QString joined;
+        for (const QChar c : code) {
+            if (!c.isSpace()) {
+                joined.append(c);
+            }
         }
-    }
-    if (joined != code) {
         error = QStringLiteral("barcode '%1' holds a blank: give it as one word, e.g. %2")
                     .arg(code, joined);
         return false;

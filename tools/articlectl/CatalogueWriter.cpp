@@ -105,13 +105,25 @@ int CatalogueWriter::Add(Article& article, const QStringList& extraBarcodes, QSt
     if (result != DB_OPERATION_SUCCESS) {
         return result;
     }
-    Article stored;
-    result = manager.GetSeeker()->FindPlu(article.pluNo, stored, false);
-    if (result != ArticleSeeker::RESULT_FOUND) {
+    // The id the database gave the row: the editor does not read it back. Only the id is read,
+    // since an import does this for every new article.
+    static const QString table = QStringLiteral("Article");
+    static const QString pluColumn = QStringLiteral("plu_no");
+    const QVariant plu(article.pluNo);
+    qint64 id = 0;
+    result = G::dbArticles->LoadByKey(table, {{pluColumn, plu}}, [&](const DBRowReader& row) {
+        for (int i = 0; i < row.ColumnCount(); ++i) {
+            if (row.ColumnName(i) == QLatin1String("id")) {
+                id = row.Integer(i);
+            }
+        }
+        return false;
+    });
+    if (result != DB_OPERATION_SUCCESS || id <= 0) {
         error = QStringLiteral("PLU %1 could not be read back").arg(article.pluNo);
         return DB_OPERATION_ERROR;
     }
-    article.id = stored.id;
+    article.id = static_cast<unsigned int>(id);
     if (!article.mainBarcode.isEmpty()) {
         result = addBarcode(article.id, article.mainBarcode, true, error);
         if (result != DB_OPERATION_SUCCESS) {

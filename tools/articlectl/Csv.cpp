@@ -216,6 +216,22 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
             ++position;
             continue;
         }
+        if (c != separator && c != '\n' && c != '\r' && c != '"') {
+            // A run of plain bytes, taken in one go: this loop reads every byte of a price list.
+            const char* data = buffer.constData();
+            const int limit = qMin(buffer.size(), start + maxRecordBytes + 1);
+            int end = position + 1;
+            while (end < limit && data[end] != separator && data[end] != '\n' &&
+                   data[end] != '\r' && data[end] != '"') {
+                ++end;
+            }
+            if (wasQuoted && problem.isEmpty()) {
+                problem = QStringLiteral("text after the closing quote of a field");
+            }
+            field.append(data + position, end - position);
+            position = end;
+            continue;
+        }
         if (c == separator) {
             raw.append(field);
             field.clear();

@@ -305,7 +305,7 @@ Importer::Outcome Importer::bad(int line, const QString& reason, Outcome outcome
 }
 
 bool Importer::readColumns(const QStringList& fields, Article& a, QString& error) {
-    auto read = [&](Column column, const std::function<bool(const QString&)>& reader) {
+    auto read = [&](Column column, auto&& reader) {
         const QString value = cell(fields, column);
         return value.isEmpty() || reader(value);
     };
