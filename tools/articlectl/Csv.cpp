@@ -176,13 +176,15 @@ int CsvReader::skipLine(int position) {
     }
 }
 
-bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
+bool CsvReader::parse(int& line) {
     line = lineNumber;
     int position = start;
     if (!lookAhead(position)) {
         return false;
     }
-    QByteArray field;
+    record.clear();  // keeps its room
+    ends.clear();
+    int fieldStart = 0;
     bool quoted = false;     // inside quotes
     bool wasQuoted = false;  // the current field began with a quote
     int firstBreak = -1;     // the first line break inside quotes
@@ -198,7 +200,7 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
         if (quoted) {
             if (c == '"') {
                 if (lookAhead(position + 1) && buffer[position + 1] == '"') {
-                    field += '"';
+                    record += '"';
                     position += 2;
                     continue;
                 }
@@ -212,7 +214,7 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
                     firstBreak = position;
                 }
             }
-            field += c;
+            record += c;
             ++position;
             continue;
         }
@@ -228,13 +230,13 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
             if (wasQuoted && problem.isEmpty()) {
                 problem = QStringLiteral("text after the closing quote of a field");
             }
-            field.append(data + position, end - position);
+            record.append(data + position, end - position);
             position = end;
             continue;
         }
         if (c == separator) {
-            raw.append(field);
-            field.clear();
+            ends.append(record.size());
+            fieldStart = record.size();
             wasQuoted = false;
             ++position;
             continue;
@@ -244,7 +246,7 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
             break;
         }
         if (c == '"') {
-            if (field.isEmpty() && !wasQuoted) {
+            if (record.size() == fieldStart && !wasQuoted) {
                 quoted = true;
                 wasQuoted = true;
                 ++position;
@@ -257,14 +259,14 @@ bool CsvReader::parse(QList<QByteArray>& raw, int& line) {
         } else if (wasQuoted && problem.isEmpty()) {
             problem = QStringLiteral("text after the closing quote of a field");
         }
-        field += c;
+        record += c;
         ++position;
     }
-    raw.append(field);
+    ends.append(record.size());
     if (quoted || overlong) {
         problem = QStringLiteral("a quoted field is not closed");
     }
-    const bool broken = !problem.isEmpty() || (expectedFields > 0 && raw.size() != expectedFields);
+    const bool broken = !problem.isEmpty() || (expectedFields > 0 && ends.size() != expectedFields);
     if (firstBreak >= 0 && broken) {
         // The quote most likely belongs to this line alone: report it, read on from the next.
         setFault(Syntax, QStringLiteral("a quote on this line is not closed"));
@@ -311,14 +313,19 @@ bool CsvReader::checkText(int end, int line) {
     return true;
 }
 
-bool CsvReader::decode(const QList<QByteArray>& raw, QStringList& fields) {
-    for (const QByteArray& bytes : raw) {
+bool CsvReader::decode(QStringList& fields) {
+    fields.reserve(ends.size());
+    int from = 0;
+    for (const int end : ends) {
+        const char* bytes = record.constData() + from;
+        const int size = end - from;
+        from = end;
         if (!codec) {
-            fields.append(QString::fromUtf8(bytes));
+            fields.append(QString::fromUtf8(bytes, size));
             continue;
         }
         QTextCodec::ConverterState state;
-        const QString text = codec->toUnicode(bytes.constData(), bytes.size(), &state);
+        const QString text = codec->toUnicode(bytes, size, &state);
         if (state.invalidChars > 0 || text.contains(QChar(QChar::ReplacementCharacter))) {
             setFault(Encoding, QStringLiteral("the text holds a byte that is no character of %1")
                                    .arg(QString::fromLatin1(codec->name())));
@@ -346,15 +353,14 @@ bool CsvReader::Next(QStringList& fields, int& line) {
         consumed += start;
         start = 0;
     }
-    QList<QByteArray> raw;
-    if (!parse(raw, line)) {
+    if (!parse(line)) {
         return false;
     }
     if (Fatal()) {
         line = lineNumber;
         return true;
     }
-    decode(raw, fields);  // a failure is the record's fault
+    decode(fields);  // a failure is the record's fault
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <QIODevice>
 #include <QString>
 #include <QStringList>
+#include <QVarLengthArray>
 #include <memory>
 #include <string>
 
@@ -64,10 +65,11 @@ private:
     bool fill();
     bool lookAhead(int position);
     bool begin();
-    bool parse(QList<QByteArray>& raw, int& line);
+    // Reads one record's fields into `record`, each ending where `ends` says.
+    bool parse(int& line);
     int skipLine(int position);
     bool checkText(int end, int line);
-    bool decode(const QList<QByteArray>& raw, QStringList& fields);
+    bool decode(QStringList& fields);
     void setFault(Fault kind, const QString& reason);
 
     std::unique_ptr<QBuffer> owned;
@@ -84,6 +86,10 @@ private:
     int expectedFields = 0;
     Fault fault = NoFault;
     QString error;
+    // The record read last: its fields' bytes one after another, kept between records so
+    // that a price list's rows reuse one buffer.
+    QByteArray record;
+    QVarLengthArray<int, 32> ends;
 };
 
 // Writes RFC 4180 CSV in UTF-8: CRLF line ends, fields quoted only when they need it. Lines
