@@ -105,21 +105,19 @@ int CatalogueWriter::Add(Article& article, const QStringList& extraBarcodes, QSt
     if (result != DB_OPERATION_SUCCESS) {
         return result;
     }
-    // The id the database gave the row: the editor does not read it back. Only the id is read,
-    // since an import does this for every new article.
-    static const QString table = QStringLiteral("Article");
-    static const QString pluColumn = QStringLiteral("plu_no");
-    const QVariant plu(article.pluNo);
+    // The id the database gave the row: the editor does not read it back. The row just
+    // inserted is found by its rowid (an import does this for every new article), and must
+    // hold this PLU.
+    static const QString insertedRow =
+        QStringLiteral("SELECT id, plu_no FROM Article WHERE id = last_insert_rowid()");
     qint64 id = 0;
-    result = G::dbArticles->LoadByKey(table, {{pluColumn, plu}}, [&](const DBRowReader& row) {
-        for (int i = 0; i < row.ColumnCount(); ++i) {
-            if (row.ColumnName(i) == QLatin1String("id")) {
-                id = row.Integer(i);
-            }
-        }
+    qint64 plu = -1;
+    result = G::dbArticles->Execute(insertedRow, [&](const DBRowReader& row) {
+        id = row.Integer(0);
+        plu = row.Integer(1);
         return false;
     });
-    if (result != DB_OPERATION_SUCCESS || id <= 0) {
+    if (result != DB_OPERATION_SUCCESS || id <= 0 || plu != article.pluNo) {
         error = QStringLiteral("PLU %1 could not be read back").arg(article.pluNo);
         return DB_OPERATION_ERROR;
     }
