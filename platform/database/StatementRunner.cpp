@@ -50,24 +50,27 @@ void StatementRunner::Lease::release() {
 
 namespace {
 
-// Compiles `text`; failures name `shown`, the text the caller gave.
+// Compiles `text` (found through `hint` when given); failures name `shown`, the text the caller
+// gave.
 StatementRunner::Lease prepareShown(StatementCache& cache, FailureLog& failures,
                                     sqlite3* connection, const char* operation, const QString& text,
-                                    const QString& shown, eDBOperationResult& result) {
+                                    const GivenText& shown, eDBOperationResult& result,
+                                    StatementCache::Hint* hint = nullptr) {
     int rc = SQLITE_OK;
     bool multiple = false;
-    if (SqliteStatement* statement = cache.Acquire(text, rc, multiple)) {
+    if (SqliteStatement* statement =
+            hint ? cache.Acquire(text, *hint, rc, multiple) : cache.Acquire(text, rc, multiple)) {
         return StatementRunner::Lease(cache, statement);
     }
     if (multiple) {
         result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
                                  QStringLiteral("the text holds more than one statement [") +
-                                     DatabaseLog::Excerpt(shown) + QLatin1Char(']'));
+                                     DatabaseLog::Excerpt(shown.Text()) + QLatin1Char(']'));
     } else if (rc == SQLITE_MISUSE && (!connection || sqlite3_errcode(connection) == SQLITE_OK)) {
         result = failures.Refuse(operation, DB_OPERATION_INVALID_ARGUMENT,
                                  QStringLiteral("the text holds no statement"));
     } else {
-        result = failures.Fail(operation, connection, rc, shown);
+        result = failures.Fail(operation, connection, rc, shown.Text());
     }
     return StatementRunner::Lease();
 }
@@ -75,8 +78,9 @@ StatementRunner::Lease prepareShown(StatementCache& cache, FailureLog& failures,
 }  // namespace
 
 StatementRunner::Lease StatementRunner::Prepare(const char* operation, const QString& sql,
-                                                eDBOperationResult& result) {
-    return prepareShown(cache, failures, connection, operation, sql, sql, result);
+                                                eDBOperationResult& result,
+                                                StatementCache::Hint* hint) {
+    return prepareShown(cache, failures, connection, operation, sql, sql, result, hint);
 }
 
 StatementRunner::Lease StatementRunner::TryPrepare(const QString& sql) {
@@ -88,8 +92,9 @@ StatementRunner::Lease StatementRunner::TryPrepare(const QString& sql) {
 
 StatementRunner::Lease StatementRunner::prepareBound(const char* operation, const QString& sql,
                                                      const QVector<QVariant>& values,
-                                                     eDBOperationResult& result) {
-    Lease statement = Prepare(operation, sql, result);
+                                                     eDBOperationResult& result,
+                                                     StatementCache::Hint* hint) {
+    Lease statement = Prepare(operation, sql, result, hint);
     if (statement) {
         const int rc = statement->BindAll(values);
         if (rc != SQLITE_OK) {
@@ -138,11 +143,7 @@ eDBOperationResult StatementRunner::ReadEach(const char* operation, const QStrin
                                              const DBRowHandler& handler,
                                              StatementCache::Hint* hint) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    // A text that does not compile is compiled again by Prepare, which reports it.
-    int compiled = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* hinted = hint ? cache.Acquire(sql, *hint, compiled, multiple) : nullptr;
-    const Lease statement = hinted ? Lease(cache, hinted) : Prepare(operation, sql, outcome);
+    const Lease statement = Prepare(operation, sql, outcome, hint);
     if (!statement) {
         return outcome;
     }
@@ -193,20 +194,7 @@ eDBOperationResult StatementRunner::Write(const char* operation, const QString& 
                                           const QVector<QVariant>& values, int* changes,
                                           StatementCache::Hint* hint) {
     eDBOperationResult outcome = DB_OPERATION_SUCCESS;
-    int compiled = SQLITE_OK;
-    bool multiple = false;
-    SqliteStatement* hinted = hint ? cache.Acquire(sql, *hint, compiled, multiple) : nullptr;
-    Lease statement;
-    if (hinted) {
-        statement = Lease(cache, hinted);
-        const int rc = statement->BindAll(values);
-        if (rc != SQLITE_OK) {
-            return failures.Fail(operation, connection, rc, sql);
-        }
-    } else {
-        // A text that does not compile is compiled again here, which reports it.
-        statement = prepareBound(operation, sql, values, outcome);
-    }
+    const Lease statement = prepareBound(operation, sql, values, outcome, hint);
     if (!statement) {
         return outcome;
     }
@@ -259,15 +247,8 @@ bool StatementRunner::Resolve(const char* operation, const GivenText& sql, Resol
     if (!shape) {
         return Resolve(operation, sql.Text(), resolved, result);
     }
-    int rc = SQLITE_OK;
-    bool multiple = false;
-    if (SqliteStatement* statement =
-            cache.Acquire(shape->statement, shape->compiled, rc, multiple)) {
-        resolved.statement = Lease(cache, statement);
-    } else {
-        resolved.statement = prepareShown(cache, failures, connection, operation, shape->statement,
-                                          sql.Text(), result);
-    }
+    resolved.statement = prepareShown(cache, failures, connection, operation, shape->statement, sql,
+                                      result, &shape->compiled);
     resolved.pasted = true;
     resolved.value = sql.value;
     resolved.pastedBytes = pastedBytesOf(sql.value);

@@ -78,8 +78,11 @@ public:
     };
 
     // The compiled statement for `sql`; when it does not compile, an empty lease with `result`
-    // set and the failure logged (a text holding a second statement is refused with 7).
-    Lease Prepare(const char* operation, const QString& sql, eDBOperationResult& result);
+    // set and the failure logged (a text holding a second statement is refused with 7). A caller
+    // that runs one text at every scan keeps a `hint` for it: the statement is then found without
+    // hashing the text while it stays in the cache.
+    Lease Prepare(const char* operation, const QString& sql, eDBOperationResult& result,
+                  StatementCache::Hint* hint = nullptr);
     // The same for the layer's own statements, without a log line: empty when not compiled.
     Lease TryPrepare(const QString& sql);
     // The detail lines of EXPLAIN QUERY PLAN for `sql`; empty when it does not compile.
@@ -91,8 +94,7 @@ public:
                                 const QVector<QVariant>& values, const DBTable* table,
                                 QSharedPointer<DBData>& result);
     // Runs a read with `count` values bound, handing its rows to `handler` in place until it
-    // returns false or the rows end. A caller that runs one text at every scan keeps a `hint`
-    // for it.
+    // returns false or the rows end; `hint` as for Prepare.
     eDBOperationResult ReadEach(const char* operation, const QString& sql, const QVariant* values,
                                 int count, const DBRowHandler& handler,
                                 StatementCache::Hint* hint = nullptr);
@@ -103,8 +105,8 @@ public:
     // Runs a statement that returns one value (null when it returns no row).
     eDBOperationResult ReadValue(const char* operation, const QString& sql,
                                  const QVector<QVariant>& values, QVariant& value);
-    // Runs a statement that returns no rows; `changes` receives the rows it changed. With a
-    // `hint`, the compiled statement is found through it while it stays in the cache.
+    // Runs a statement that returns no rows; `changes` receives the rows it changed; `hint` as
+    // for Prepare.
     eDBOperationResult Write(const char* operation, const QString& sql,
                              const QVector<QVariant>& values, int* changes = nullptr,
                              StatementCache::Hint* hint = nullptr);
@@ -154,7 +156,7 @@ private:
 
     // Prepare, then bind `values`; an empty lease with `result` set (and logged) on failure.
     Lease prepareBound(const char* operation, const QString& sql, const QVector<QVariant>& values,
-                       eDBOperationResult& result);
+                       eDBOperationResult& result, StatementCache::Hint* hint = nullptr);
 
     FailureLog& failures;
     QueryLimits& limits;
