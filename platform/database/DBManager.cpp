@@ -83,6 +83,30 @@ public:
     // Execute with a row handler, observers already told.
     eDBOperationResult executeRows(const GivenText& sql, const DBRowHandler& handler);
 
+    // The statements of the last few shapes a call was made in: a register and an import repeat
+    // a few shapes over and over.
+    template <typename Shape>
+    struct RecentShapes {
+        static constexpr int count = 4;
+        Shape shapes[count];
+        int next = 0;
+        template <typename Matches>
+        Shape* Find(Matches matches) {
+            for (Shape& shape : shapes) {
+                if (matches(shape)) {
+                    return &shape;
+                }
+            }
+            return nullptr;
+        }
+        // A fresh shape in place of the oldest.
+        Shape& Replace() {
+            Shape& shape = shapes[next++ % count];
+            shape = Shape();
+            return shape;
+        }
+    };
+
     // LoadByKey's statements for the last shapes of key asked for: the register looks up by PLU
     // or id at every sale.
     struct KeyShape {
@@ -92,9 +116,7 @@ public:
         QString sql;
         StatementCache::Hint compiled;
     };
-    static constexpr int keyShapeCount = 4;
-    KeyShape keyShapes[keyShapeCount];
-    int nextKeyShape = 0;
+    RecentShapes<KeyShape> keyShapes;
     KeyShape& keyShape(const DBTable* table, std::initializer_list<KeyField> key,
                        const DBColumn* const* columns);
 
@@ -110,9 +132,7 @@ public:
         QString sql;
         StatementCache::Hint compiled;
     };
-    static constexpr int insertShapeCount = 4;
-    InsertShape insertShapes[insertShapeCount];
-    int nextInsertShape = 0;
+    RecentShapes<InsertShape> insertShapes;
     // The remembered shape of `row` (its table described as it stands), or null.
     InsertShape* knownInsert(const DBRow* row);
 
@@ -483,20 +503,18 @@ DBManager::Private::InsertShape* DBManager::Private::knownInsert(const DBRow* ro
         return nullptr;
     }
     const QVector<DBField*>& fields = row->GetFields();
-    for (InsertShape& shape : insertShapes) {
+    return insertShapes.Find([&](const InsertShape& shape) {
         if (shape.table.constData() != table->GetQuotedName().constData() ||
             shape.fields.size() != fields.size()) {
-            continue;
+            return false;
         }
-        int i = 0;
-        while (i < fields.size() && SqlText::Same(shape.fields.at(i), fields[i]->GetColumnName())) {
-            ++i;
+        for (int i = 0; i < fields.size(); ++i) {
+            if (!SqlText::Same(shape.fields.at(i), fields[i]->GetColumnName())) {
+                return false;
+            }
         }
-        if (i == fields.size()) {
-            return &shape;
-        }
-    }
-    return nullptr;
+        return true;
+    });
 }
 
 DBManager::Private::KeyShape& DBManager::Private::keyShape(const DBTable* table,
@@ -518,13 +536,10 @@ DBManager::Private::KeyShape& DBManager::Private::keyShape(const DBTable* table,
         }
         return true;
     };
-    for (KeyShape& shape : keyShapes) {
-        if (matches(shape)) {
-            return shape;
-        }
+    if (KeyShape* known = keyShapes.Find(matches)) {
+        return *known;
     }
-    KeyShape& shape = keyShapes[nextKeyShape++ % keyShapeCount];
-    shape = KeyShape();
+    KeyShape& shape = keyShapes.Replace();
     shape.table = table->GetQuotedName();
     shape.sql.reserve(96);
     shape.sql += QLatin1String("SELECT * FROM ");
@@ -830,9 +845,7 @@ eDBOperationResult DBManager::Insert(const QSharedPointer<DBData>& rows) {
                 }
             }
         }
-        Private::InsertShape& shape =
-            d->insertShapes[d->nextInsertShape++ % Private::insertShapeCount];
-        shape = Private::InsertShape();
+        Private::InsertShape& shape = d->insertShapes.Replace();
         shape.table = table->GetQuotedName();
         shape.fields.reserve(row->FieldCount());
         for (const DBField* field : row->GetFields()) {
