@@ -220,6 +220,13 @@ TEST_F(ArticleBarcodeManagerTest, FailuresReturn4WithTheirMessages) {
     eDBOperationResult result = DB_OPERATION_SUCCESS;
     EXPECT_EQ(Barcode(), manager.LoadBarcode(result, 0));
     EXPECT_EQ(DB_OPERATION_ERROR, result);
+    // Inside a transaction the database itself is asked; a failed look counts as taken too.
+    ASSERT_EQ(DB_OPERATION_SUCCESS, articles->BeginTransaction());
+    log->Clear();
+    EXPECT_EQ(DB_OPERATION_ALREADY_EXISTS, manager.AddRecord(1, "116", false));
+    EXPECT_TRUE(log->Contains(
+        Logger::LOG_ERROR, "ArticleBarcodeManager Seeker: SQL error when try to find a barcode!"));
+    articles->RollbackTransaction();
 }
 
 TEST_F(ArticleBarcodeManagerTest,
